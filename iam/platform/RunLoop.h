@@ -1,0 +1,94 @@
+#pragma once
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <thread>
+
+#include "iam/platform/Date.h"
+
+namespace iam {
+
+class Timer;
+
+// The main thread's loop: tasks posted from any thread run here in order, and timers fire here when
+// they come due on the process clock (`Clock`). The main thread is whichever thread drives the
+// loop (`runUntilIdle`, `runFor`, `runUntil`, `run`); a host runs it on its UI thread.
+class RunLoop {
+ public:
+  using Task = std::function<void()>;
+
+  static RunLoop& main();
+
+  // Thread-safe.
+  void post(Task task);
+
+  // Runs ready tasks and due timers until none is left; returns how many ran. Does not wait.
+  std::size_t runUntilIdle();
+  // Runs for `seconds` of the process clock. On a `ManualClock` it moves the clock from timer to
+  // timer, firing each at its due time with the clock showing that time, and ends with the clock
+  // `seconds` later; on the system clock it waits in real time.
+  void runFor(TimeInterval seconds);
+  // Runs tasks as they arrive until `condition` holds (true) or `timeoutSeconds` of real time
+  // pass (false). For waiting on other threads (network, background work).
+  bool runUntil(const std::function<bool()>& condition, TimeInterval timeoutSeconds);
+  // Runs until `quit` is called, waiting for work in real time.
+  void run();
+  void quit();
+
+  bool isMainThread() const;
+
+  // When the next valid timer fires; none when there is no timer.
+  std::optional<Date> nextTimerFireDate() const;
+
+ private:
+  friend class Timer;
+  RunLoop() = default;
+  struct TimerEntry;
+  void schedule(const std::shared_ptr<Timer>& timer);
+  bool runOneDueTimer();
+  void noteMainThread();
+
+  mutable std::mutex mutex_;
+  std::condition_variable wake_;
+  std::deque<Task> tasks_;                                           // guarded by mutex_
+  std::multimap<std::pair<Date, std::uint64_t>, std::weak_ptr<Timer>> timers_;  // guarded by mutex_
+  std::uint64_t timerSequence_ = 0;                                  // guarded by mutex_
+  bool quit_ = false;                                                // guarded by mutex_
+  std::thread::id mainThread_;                                       // guarded by mutex_
+};
+
+// A one-shot or repeating timer on the main run loop. It stays scheduled while valid: the loop
+// keeps it alive until it is invalidated (one-shot timers invalidate themselves after firing).
+// Repeating timers fire at start + n * interval; missed fires collapse into one.
+class Timer : public std::enable_shared_from_this<Timer> {
+ public:
+  using Block = std::function<void(Timer&)>;
+
+  static std::shared_ptr<Timer> scheduledTimerWithTimeInterval(TimeInterval interval, bool repeats, Block block);
+
+  // Thread-safe; a timer invalidated while its block runs does not fire again.
+  void invalidate();
+  bool isValid() const;
+  Date fireDate() const;
+  TimeInterval timeInterval() const { return interval_; }
+
+  Timer(TimeInterval interval, bool repeats, Block block, Date fireDate);
+
+ private:
+  friend class RunLoop;
+  const TimeInterval interval_;
+  const bool repeats_;
+  Block block_;
+  mutable std::mutex mutex_;
+  Date fireDate_;     // guarded by mutex_
+  bool valid_ = true;  // guarded by mutex_
+};
+
+}  // namespace iam

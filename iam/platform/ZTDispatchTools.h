@@ -1,0 +1,25 @@
+#pragma once
+
+#include <functional>
+
+#include "iam/platform/Date.h"
+
+namespace iam {
+
+// Hops between the main run loop and a small shared pool of background threads.
+class ZTDispatchTools {
+ public:
+  using Block = std::function<void()>;
+
+  // Posts the block to the main run loop (never runs it inline).
+  static void onMainWithBlock(Block block);
+  // Runs the block on the shared background pool.
+  static void onBackgroundWithBlock(Block block);
+
+  // Blocks until the pool has no queued or running work (or the timeout passes; false then).
+  static bool waitForBackgroundIdleForTesting(TimeInterval timeoutSeconds = 10);
+  // Alternates waiting for the pool and running the main loop until both are quiet.
+  static bool settleForTesting(TimeInterval timeoutSeconds = 10);
+};
+
+}  // namespace iam
