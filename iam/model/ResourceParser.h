@@ -1,0 +1,22 @@
+#pragma once
+
+#include <memory>
+#include <string_view>
+
+#include "iam/model/ZTIAMResource.h"
+
+namespace simdjson::dom {
+class element;
+}
+
+namespace iam {
+
+// Makes one resource from a member of a JSON "resources" object. Stateless; any thread.
+class ResourceParser {
+ public:
+  // A string gives a resource with that value, null one without a value; any other JSON value
+  // gives none (the caller decides whether that costs the member or the whole map).
+  std::shared_ptr<ZTIAMResource> parse(std::string_view key, const simdjson::dom::element& value) const;
+};
+
+}  // namespace iam
