@@ -1,0 +1,200 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include "iam/platform/Clock.h"
+#include "iam/service/AdvertisementsResponseParser.h"
+
+namespace iam {
+namespace {
+
+using nlohmann::json;
+
+json advertisement(const std::string& id) {
+  return {{"id", id},
+          {"lifecycle", json::object()},
+          {"display", {{"id", 16}}},
+          {"okAction", {{"id", 0}}},
+          {"dataSource", {{"id", 1}}},
+          {"state", {{"id", 1}}},
+          {"ignoreGlobalMinimumPopupTimeInterval", false}};
+}
+
+json answer(json advertisements) {
+  return {{"advertisements", std::move(advertisements)},
+          {"appConfig", {{"minimumPopupImpressionTimeInterval", 120}, {"attributes", {{"k", "v"}}}}}};
+}
+
+std::shared_ptr<OspreyServiceContentInfo> contentInfo() {
+  return std::make_shared<OspreyServiceContentInfo>(dateWithTimeIntervalSince1970(1000), false);
+}
+
+std::shared_ptr<AdvertisementsRequestResponse> parse(const json& j, std::optional<std::string> etag = std::nullopt,
+                                                     ZTIAMParseDiagnostics* diagnostics = nullptr) {
+  return AdvertisementsResponseParser().parse(j.dump(), contentInfo(), std::move(etag), diagnostics);
+}
+
+TEST(AdvertisementsResponseParserTest, KeepsAnswerOrderAndDropsOnlyBadAdvertisements) {
+  auto bad = advertisement("bad");
+  bad["display"]["id"] = 3;
+  auto info = contentInfo();
+  auto response = AdvertisementsResponseParser().parse(
+      answer({advertisement("c"), bad, advertisement("a"), advertisement("b")}).dump(), info, "\"etag-1\"");
+  ASSERT_TRUE(response);
+  auto ads = response->advertisements();
+  ASSERT_EQ(ads.size(), 3u);
+  EXPECT_EQ(ads[0]->advertisementId(), "c");
+  EXPECT_EQ(ads[1]->advertisementId(), "a");
+  EXPECT_EQ(ads[2]->advertisementId(), "b");
+  EXPECT_EQ(response->contentInfo(), info);
+  EXPECT_EQ(response->etag(), "\"etag-1\"");
+  EXPECT_EQ(response->maximumAge(), 86400);
+  ASSERT_TRUE(response->appConfig());
+  EXPECT_EQ(response->appConfig()->minimumPopupImpressionTimeInterval(), 120);
+  EXPECT_EQ(response->appConfig()->attributeForKey("k"), "v");
+
+  auto none = parse(answer(json::array()));
+  ASSERT_TRUE(none);
+  EXPECT_TRUE(none->advertisements().empty());
+  EXPECT_EQ(none->etag(), std::nullopt);
+  auto allBad = parse(answer({bad, bad}));
+  ASSERT_TRUE(allBad);
+  EXPECT_TRUE(allBad->advertisements().empty());
+}
+
+TEST(AdvertisementsResponseParserTest, TheWholeAnswerFailsOnItsEnvelope) {
+  EXPECT_EQ(parse(json::object()), nullptr);
+  EXPECT_EQ(parse(json::array()), nullptr);
+  EXPECT_EQ(parse(json("text")), nullptr);
+  auto noList = answer(json::array());
+  noList.erase("advertisements");
+  EXPECT_EQ(parse(noList), nullptr);
+  EXPECT_EQ(parse(answer(nullptr)), nullptr);
+  EXPECT_EQ(parse(answer(json::object())), nullptr);
+  // One stray value in the list costs the answer, not only itself.
+  EXPECT_EQ(parse(answer({advertisement("a"), 5})), nullptr);
+  EXPECT_EQ(parse(answer({advertisement("a"), nullptr})), nullptr);
+
+  auto noConfig = answer(json::array());
+  noConfig.erase("appConfig");
+  EXPECT_EQ(parse(noConfig), nullptr);
+  for (const json& config : {json::object(), json(nullptr), json::array(), json({{"attributes", json::object()}}),
+                             json({{"minimumPopupImpressionTimeInterval", "60"}}),
+                             json({{"minimumPopupImpressionTimeInterval", true}}),
+                             json({{"minimumPopupImpressionTimeInterval", nullptr}})}) {
+    auto a = answer(json::array());
+    a["appConfig"] = config;
+    EXPECT_EQ(parse(a), nullptr) << config;
+  }
+}
+
+TEST(AppConfigParserTest, AttributesAreTakenOnlyWhenEveryValueIsAString) {
+  AppConfigParser parser;
+  auto config = parser.parse(R"({"minimumPopupImpressionTimeInterval": 30.5, "attributes": {"a": "1", "b": "2"}})");
+  ASSERT_TRUE(config);
+  EXPECT_EQ(config->minimumPopupImpressionTimeInterval(), 30.5);
+  EXPECT_EQ(config->allAtributeKeys().size(), 2u);
+  EXPECT_EQ(config->attributeForKey("b"), "2");
+  EXPECT_EQ(config->attributeForKey("c"), std::nullopt);
+
+  for (const char* text : {R"({"minimumPopupImpressionTimeInterval": 1, "attributes": {"a": "1", "n": 2}})",
+                           R"({"minimumPopupImpressionTimeInterval": 1, "attributes": {"a": null}})",
+                           R"({"minimumPopupImpressionTimeInterval": 1, "attributes": ["a"]})",
+                           R"({"minimumPopupImpressionTimeInterval": 1, "attributes": "a"})",
+                           R"({"minimumPopupImpressionTimeInterval": 1})"}) {
+    auto c = parser.parse(text);
+    ASSERT_TRUE(c) << text;
+    EXPECT_TRUE(c->allAtributeKeys().empty()) << text;
+    EXPECT_EQ(c->minimumPopupImpressionTimeInterval(), 1.0);
+  }
+  EXPECT_EQ(parser.parse("{}"), nullptr);
+  EXPECT_EQ(parser.parse("[1]"), nullptr);
+}
+
+class FixedConfig final : public ZTIAMAppConfigType {
+ public:
+  FixedConfig(double interval, std::map<std::string, std::string> attributes)
+      : interval_(interval), attributes_(std::move(attributes)) {}
+  double minimumPopupImpressionTimeInterval() const override { return interval_; }
+  std::map<std::string, std::string> attributes() const override { return attributes_; }
+
+ private:
+  double interval_;
+  std::map<std::string, std::string> attributes_;
+};
+
+TEST(AppConfigEquality, IndependentOfKeyOrderSensitiveToEveryValue) {
+  AppConfigParser parser;
+  auto a = parser.parse(R"({"minimumPopupImpressionTimeInterval": 60, "attributes": {"x": "1", "y": "2", "z": "3"}})");
+  auto b = parser.parse(R"({"attributes": {"z": "3", "x": "1", "y": "2"}, "minimumPopupImpressionTimeInterval": 60.0})");
+  ASSERT_TRUE(a && b);
+  EXPECT_TRUE(a->isEqual(*b));
+  EXPECT_TRUE(*a == *b);
+  EXPECT_TRUE(a->isEqual(FixedConfig(60, {{"y", "2"}, {"z", "3"}, {"x", "1"}})));
+
+  EXPECT_FALSE(a->isEqual(FixedConfig(60.000001, {{"x", "1"}, {"y", "2"}, {"z", "3"}})));
+  EXPECT_FALSE(a->isEqual(FixedConfig(60, {{"x", "1"}, {"y", "2"}, {"z", "3"}, {"w", "4"}})));
+  EXPECT_FALSE(a->isEqual(FixedConfig(60, {{"x", "1"}, {"y", "2"}})));
+  EXPECT_FALSE(a->isEqual(FixedConfig(60, {{"x", "1"}, {"y", "2"}, {"z", "4"}})));
+  EXPECT_FALSE(a->isEqual(FixedConfig(60, {{"x", "1"}, {"y", "2"}, {"q", "3"}})));
+  EXPECT_TRUE(AppConfig(0, {}).isEqual(FixedConfig(0, {})));
+}
+
+class ResponseExpiry : public ::testing::Test {
+ protected:
+  void SetUp() override { Clock::setCurrent(clock_); }
+  void TearDown() override { Clock::setCurrent(nullptr); }
+  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(1'000'000));
+};
+
+TEST_F(ResponseExpiry, ExpiresStrictlyAfterOneDayOrWhenMarkedStale) {
+  const auto created = clock_->now();
+  auto response = std::make_shared<AdvertisementsRequestResponse>(
+      std::vector<std::shared_ptr<Advertisement>>{}, std::make_shared<OspreyServiceContentInfo>(created, false),
+      std::make_shared<AppConfig>(0, std::map<std::string, std::string>{}));
+  EXPECT_FALSE(response->isExpired());
+  clock_->setNow(dateByAddingTimeInterval(created, 86400));
+  EXPECT_FALSE(response->isExpired());
+  clock_->setNow(dateByAddingTimeInterval(created, 86400.001));
+  EXPECT_TRUE(response->isExpired());
+  clock_->setNow(dateByAddingTimeInterval(created, 86401));
+  EXPECT_TRUE(response->isExpired());
+
+  // A renewed content info makes it fresh again; a stale mark expires it at any age.
+  response->setContentInfo(std::make_shared<OspreyServiceContentInfo>(clock_->now(), false));
+  EXPECT_FALSE(response->isExpired());
+  response->setContentInfo(std::make_shared<OspreyServiceContentInfo>(clock_->now(), true));
+  EXPECT_TRUE(response->isExpired());
+  // From the future (a clock set back): young, not expired.
+  response->setContentInfo(std::make_shared<OspreyServiceContentInfo>(dateByAddingTimeInterval(clock_->now(), 5000), false));
+  EXPECT_FALSE(response->isExpired());
+}
+
+TEST(AdvertisementsResponseDiagnostics, ReportsEachDropWithItsPathInTheAnswer) {
+  auto bad = advertisement("x");
+  bad["display"]["id"] = 13;
+  auto badTrigger = advertisement("y");
+  badTrigger["triggers"] = json::parse(R"([{"id": "t", "key": "k"}, {"key": "k"}])");
+  ZTIAMCollectingParseDiagnostics diagnostics;
+  auto response = parse(answer({advertisement("a"), advertisement("b"), badTrigger, bad}), std::nullopt, &diagnostics);
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->advertisements().size(), 3u);
+  EXPECT_EQ(diagnostics.lines(), (std::vector<std::string>{
+                                     "advertisements[2].triggers[1].id: missing (trigger dropped)",
+                                     "advertisements[3].display.id: 13 is not 14, 15 or 16 (advertisement dropped)"}));
+
+  ZTIAMCollectingParseDiagnostics envelope;
+  auto a = answer(json::array());
+  a["appConfig"] = {{"minimumPopupImpressionTimeInterval", "1"}};
+  EXPECT_EQ(parse(a, std::nullopt, &envelope), nullptr);
+  ASSERT_FALSE(envelope.entries().empty());
+  EXPECT_EQ(envelope.entries()[0].path, "appConfig.minimumPopupImpressionTimeInterval");
+
+  ZTIAMCollectingParseDiagnostics notJson;
+  EXPECT_EQ(AdvertisementsResponseParser().parse("{\"advertisements\": [", contentInfo(), std::nullopt, &notJson), nullptr);
+  ASSERT_EQ(notJson.entries().size(), 1u);
+  EXPECT_EQ(notJson.entries()[0].path, "");
+}
+
+}  // namespace
+}  // namespace iam
