@@ -42,6 +42,7 @@ class RunLoop {
   void run();
   void quit();
 
+  // True on the thread that most recently drove the loop; until one has, on no thread.
   bool isMainThread() const;
 
   // When the next valid timer fires; none when there is no timer.
@@ -50,15 +51,21 @@ class RunLoop {
  private:
   friend class Timer;
   RunLoop() = default;
-  struct TimerEntry;
   void schedule(const std::shared_ptr<Timer>& timer);
+  void unschedule(const Timer* timer);
+  bool runOneTask();
   bool runOneDueTimer();
+  void fire(std::shared_ptr<Timer> timer, std::uint64_t sequence);
+  // Waits for a post, a newly scheduled timer, `quit`, the next timer's due time or `longest`,
+  // whichever comes first.
+  void waitForWork(std::chrono::steady_clock::duration longest);
   void noteMainThread();
 
   mutable std::mutex mutex_;
   std::condition_variable wake_;
   std::deque<Task> tasks_;                                           // guarded by mutex_
-  std::multimap<std::pair<Date, std::uint64_t>, std::weak_ptr<Timer>> timers_;  // guarded by mutex_
+  // Valid timers by due date, then scheduling order; the loop owns them until they are invalidated.
+  std::multimap<std::pair<Date, std::uint64_t>, std::shared_ptr<Timer>> timers_;  // guarded by mutex_
   std::uint64_t timerSequence_ = 0;                                  // guarded by mutex_
   bool quit_ = false;                                                // guarded by mutex_
   std::thread::id mainThread_;                                       // guarded by mutex_
