@@ -89,6 +89,9 @@ class KeyedArchiver {
   void encodeFloat(float value, std::string_view key);
   void encodeString(std::string_view value, std::string_view key);
   void encodeString(const std::optional<std::string>& value, std::string_view key);  // none -> null
+  // Without these, a std::string or a literal would match both forms above.
+  void encodeString(const std::string& value, std::string_view key) { encodeString(std::string_view(value), key); }
+  void encodeString(const char* value, std::string_view key) { encodeString(std::string_view(value), key); }
   void encodeDate(Date value, std::string_view key);
   void encodeDate(const std::optional<Date>& value, std::string_view key);  // none -> null
   void encodeData(std::span<const std::uint8_t> value, std::string_view key);

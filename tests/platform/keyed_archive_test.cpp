@@ -1,0 +1,582 @@
+#include "iam/platform/KeyedArchive.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <limits>
+#include <random>
+
+#include <msgpack.hpp>
+
+namespace iam {
+namespace {
+
+struct Leaf : Archivable {
+  static constexpr std::string_view kArchiveClassName = "TestLeaf";
+  std::int64_t id = 0;
+  std::string name;
+
+  Leaf() = default;
+  Leaf(std::int64_t i, std::string n) : id(i), name(std::move(n)) {}
+
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& coder) const override {
+    coder.encodeInteger(id, "id");
+    coder.encodeString(name, "name");
+  }
+  static std::shared_ptr<Leaf> initWithCoder(const KeyedUnarchiver& coder) {
+    auto id = coder.decodeIntegerNumberForKey("id");
+    auto name = coder.decodeStringForKey("name");
+    if (!id || !name) return nullptr;
+    return std::make_shared<Leaf>(*id, *name);
+  }
+};
+IAM_REGISTER_ARCHIVABLE(Leaf);
+
+// One field of every kind the archive carries, and a child of its own class.
+struct Sample : Archivable {
+  static constexpr std::string_view kArchiveClassName = "TestSample";
+  std::int64_t integer = 0;
+  std::uint64_t big = 0;
+  bool flag = false;
+  double real = 0;
+  float single = 0;
+  std::string text;
+  std::optional<std::string> missingText;
+  Date date;
+  std::optional<Date> missingDate;
+  Data blob;
+  std::shared_ptr<Leaf> leaf;
+  std::vector<std::shared_ptr<Leaf>> leaves;
+  std::map<std::string, std::shared_ptr<Leaf>> leafMap;
+  std::map<std::string, std::string> strings;
+  std::vector<std::string> words;
+  std::shared_ptr<Sample> child;
+
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& c) const override {
+    c.encodeInteger(1, "codingVersion");
+    c.encodeInteger(integer, "integer");
+    c.encodeUnsignedInteger(big, "big");
+    c.encodeBool(flag, "flag");
+    c.encodeDouble(real, "real");
+    c.encodeFloat(single, "single");
+    c.encodeString(text, "text");
+    c.encodeString(missingText, "missingText");
+    c.encodeDate(date, "date");
+    c.encodeDate(missingDate, "missingDate");
+    c.encodeData(blob, "blob");
+    c.encodeObject(leaf, "leaf");
+    c.encodeObjectArray(leaves, "leaves");
+    c.encodeObjectMap(leafMap, "leafMap");
+    c.encodeStringMap(strings, "strings");
+    c.encodeStringArray(words, "words");
+    c.encodeObject(child, "child");
+  }
+  static std::shared_ptr<Sample> initWithCoder(const KeyedUnarchiver& c) {
+    if (c.decodeIntegerForKey("codingVersion") != 1) return nullptr;
+    auto s = std::make_shared<Sample>();
+    s->integer = c.decodeIntegerForKey("integer");
+    s->big = c.valueForKey("big").unsignedValue().value_or(0);
+    s->flag = c.decodeBoolForKey("flag");
+    s->real = c.decodeDoubleForKey("real");
+    s->single = static_cast<float>(c.decodeDoubleForKey("single"));
+    s->text = c.decodeStringForKey("text").value_or("");
+    s->missingText = c.decodeStringForKey("missingText");
+    s->date = c.decodeDateForKey("date").value_or(Date());
+    s->missingDate = c.decodeDateForKey("missingDate");
+    s->blob = c.decodeDataForKey("blob").value_or(Data());
+    s->leaf = c.decodeObjectOfClassForKey<Leaf>("leaf");
+    s->leaves = c.decodeArrayOfObjectsOfClassForKey<Leaf>("leaves").value_or(std::vector<std::shared_ptr<Leaf>>());
+    s->leafMap = c.decodeDictionaryOfObjectsOfClassForKey<Leaf>("leafMap").value_or(s->leafMap);
+    s->strings = c.decodeStringMapForKey("strings").value_or(s->strings);
+    s->words = c.decodeStringArrayForKey("words").value_or(s->words);
+    s->child = c.decodeObjectOfClassForKey<Sample>("child");
+    return s;
+  }
+};
+IAM_REGISTER_ARCHIVABLE(Sample);
+
+// A chain of nodes, for depth limits.
+struct Node : Archivable {
+  static constexpr std::string_view kArchiveClassName = "TestNode";
+  std::shared_ptr<Node> next;
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeObject(next, "next"); }
+  static std::shared_ptr<Node> initWithCoder(const KeyedUnarchiver& c) {
+    auto n = std::make_shared<Node>();
+    n->next = c.decodeObjectOfClassForKey<Node>("next");
+    return n;
+  }
+};
+
+// Not registered: only typed decoding can read it.
+struct Unregistered : Archivable {
+  static constexpr std::string_view kArchiveClassName = "TestUnregistered";
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeInteger(7, "seven"); }
+  static std::shared_ptr<Unregistered> initWithCoder(const KeyedUnarchiver& c) {
+    return c.decodeIntegerForKey("seven") == 7 ? std::make_shared<Unregistered>() : nullptr;
+  }
+};
+
+Date dateAt(std::int64_t seconds, std::int64_t nanoseconds) {
+  return Date(std::chrono::duration_cast<Date::duration>(std::chrono::seconds(seconds) +
+                                                         std::chrono::nanoseconds(nanoseconds)));
+}
+
+Sample makeSample() {
+  Sample s;
+  s.integer = std::numeric_limits<std::int64_t>::min();
+  s.big = std::numeric_limits<std::uint64_t>::max();
+  s.flag = true;
+  s.real = -1234.5678e-9;
+  s.single = 0.1f;
+  s.text = std::string("h\xc3\xa9llo\0world", 12);
+  s.date = dateAt(1700000000, 123456789);
+  for (int i = 0; i < 256; ++i) s.blob.push_back(static_cast<std::uint8_t>(i));
+  s.leaf = std::make_shared<Leaf>(42, "leaf");
+  s.leaves = {std::make_shared<Leaf>(1, "a"), std::make_shared<Leaf>(-2, "")};
+  s.leafMap = {{"x", std::make_shared<Leaf>(10, "ten")}, {"", std::make_shared<Leaf>(0, "empty key")}};
+  s.strings = {{"k", "v"}, {"long", std::string(300, 'z')}};
+  s.words = {"one", "", "three"};
+  s.child = std::make_shared<Sample>();
+  s.child->integer = 99;
+  s.child->date = dateAt(-1, 500000000);  // before 1970
+  s.child->leaf = std::make_shared<Leaf>(7, "grandchild");
+  return s;
+}
+
+void expectSameLeaf(const std::shared_ptr<Leaf>& a, const std::shared_ptr<Leaf>& b) {
+  ASSERT_TRUE(a && b);
+  EXPECT_EQ(a->id, b->id);
+  EXPECT_EQ(a->name, b->name);
+}
+
+// Touches every accessor of every value, as a careless reader of a damaged archive would.
+void walk(const ArchiveValue& v, int depth = 0) {
+  if (depth > 300) return;
+  (void)v.boolValue();
+  (void)v.integerValue();
+  (void)v.unsignedValue();
+  (void)v.doubleValue();
+  (void)v.stringValue();
+  (void)v.dateValue();
+  if (auto d = v.dataValue()) {
+    volatile std::uint8_t sink = 0;
+    for (auto b : *d) sink = sink + b;
+  }
+  (void)v.className();
+  (void)v.decodeObject();
+  (void)v.decodeObjectOfClass<Sample>();
+  auto coder = v.objectCoder();
+  (void)coder.containsValueForKey("id");
+  (void)coder.decodeStringMapForKey("strings");
+  for (std::size_t i = 0; i < v.size(); ++i) {
+    (void)v.keyAt(i);
+    walk(v.at(i), depth + 1);
+    walk(v.valueAt(i), depth + 1);
+  }
+  (void)v.valueForKey("text");
+  walk(v.objectCoder().valueForKey("child"), depth + 1);
+}
+
+bool readable(std::span<const std::uint8_t> bytes) {
+  return KeyedUnarchiver::withArchive(bytes, [](const ArchiveValue& root) { walk(root); });
+}
+
+template <class F>
+Data packed(F&& write) {
+  msgpack::sbuffer buffer;
+  msgpack::packer<msgpack::sbuffer> p(buffer);
+  write(p);
+  return Data(reinterpret_cast<const std::uint8_t*>(buffer.data()),
+              reinterpret_cast<const std::uint8_t*>(buffer.data()) + buffer.size());
+}
+
+TEST(KeyedArchiveTest, EveryValueKindRoundTrips) {
+  const Sample original = makeSample();
+  const Data bytes = KeyedArchiver::archivedDataWithRootObject(original);
+
+  auto typed = KeyedUnarchiver::unarchivedObjectOfClass<Sample>(bytes);
+  ASSERT_TRUE(typed);
+  EXPECT_EQ(typed->integer, original.integer);
+  EXPECT_EQ(typed->big, original.big);
+  EXPECT_EQ(typed->flag, true);
+  EXPECT_EQ(typed->real, original.real);
+  EXPECT_EQ(typed->single, original.single);
+  EXPECT_EQ(typed->text, original.text);
+  EXPECT_EQ(typed->missingText, std::nullopt);
+  EXPECT_EQ(typed->date, original.date);
+  EXPECT_EQ(typed->missingDate, std::nullopt);
+  EXPECT_EQ(typed->blob, original.blob);
+  expectSameLeaf(typed->leaf, original.leaf);
+  ASSERT_EQ(typed->leaves.size(), 2u);
+  expectSameLeaf(typed->leaves[0], original.leaves[0]);
+  expectSameLeaf(typed->leaves[1], original.leaves[1]);
+  ASSERT_EQ(typed->leafMap.size(), 2u);
+  expectSameLeaf(typed->leafMap["x"], original.leafMap.at("x"));
+  expectSameLeaf(typed->leafMap[""], original.leafMap.at(""));
+  EXPECT_EQ(typed->strings, original.strings);
+  EXPECT_EQ(typed->words, original.words);
+  ASSERT_TRUE(typed->child);
+  EXPECT_EQ(typed->child->integer, 99);
+  EXPECT_EQ(typed->child->date, original.child->date);
+  expectSameLeaf(typed->child->leaf, original.child->leaf);
+  EXPECT_FALSE(typed->child->child);
+
+  // Untyped decoding goes through the registry to the same record.
+  auto untyped = std::dynamic_pointer_cast<Sample>(KeyedUnarchiver::unarchivedObjectFromData(bytes));
+  ASSERT_TRUE(untyped);
+  EXPECT_EQ(untyped->text, original.text);
+  expectSameLeaf(untyped->child->leaf, original.child->leaf);
+}
+
+TEST(KeyedArchiveTest, NumbersKeepTheirRangeAndDatesTheirNanoseconds) {
+  const std::vector<Date> dates = {dateAt(0, 0),           dateAt(1, 0),           dateAt(4294967295, 0),
+                                   dateAt(4294967296, 1),  dateAt(17179869183, 999999999),
+                                   dateAt(17179869184, 0), dateAt(-1, 999999999),  dateAt(-86400 * 365, 1)};
+  KeyedArchiver a;
+  a.beginArray();
+  a.writeUnsignedInteger(std::numeric_limits<std::uint64_t>::max());
+  a.writeInteger(std::numeric_limits<std::int64_t>::max());
+  a.writeInteger(-1);
+  a.writeFloat(1.5f);
+  a.writeInteger(3);
+  for (Date d : dates) a.writeDate(d);
+  a.endArray();
+  const Data bytes = a.takeData();
+
+  bool called = false;
+  ASSERT_TRUE(KeyedUnarchiver::withArchive(bytes, [&](const ArchiveValue& root) {
+    called = true;
+    ASSERT_EQ(root.kind(), ArchiveValue::Kind::Array);
+    ASSERT_EQ(root.size(), 5 + dates.size());
+    EXPECT_EQ(root.at(0).unsignedValue(), std::numeric_limits<std::uint64_t>::max());
+    EXPECT_EQ(root.at(0).integerValue(), std::nullopt);  // above INT64_MAX
+    EXPECT_EQ(root.at(1).integerValue(), std::numeric_limits<std::int64_t>::max());
+    EXPECT_EQ(root.at(2).integerValue(), -1);
+    EXPECT_EQ(root.at(2).unsignedValue(), std::nullopt);
+    EXPECT_EQ(root.at(2).doubleValue(), -1.0);
+    EXPECT_EQ(root.at(3).kind(), ArchiveValue::Kind::Double);
+    EXPECT_EQ(root.at(3).doubleValue(), 1.5);
+    EXPECT_EQ(root.at(3).integerValue(), std::nullopt);
+    EXPECT_EQ(root.at(4).doubleValue(), 3.0);
+    for (std::size_t i = 0; i < dates.size(); ++i) {
+      EXPECT_EQ(root.at(5 + i).kind(), ArchiveValue::Kind::Date) << i;
+      EXPECT_EQ(root.at(5 + i).dateValue(), dates[i]) << i;
+    }
+    EXPECT_EQ(root.at(99).kind(), ArchiveValue::Kind::Absent);
+  }));
+  EXPECT_TRUE(called);
+}
+
+TEST(KeyedArchiveTest, LowLevelShapesAndLargeContainersRoundTrip) {
+  KeyedArchiver a;
+  a.beginMap();
+  a.writeKey("rows");
+  a.beginArray();
+  for (int i = 0; i < 70000; ++i) a.writeInteger(i);
+  a.endArray();
+  a.writeKey("nested");
+  a.beginArray();
+  a.beginMap();
+  a.endMap();
+  a.beginArray();
+  a.writeNull();
+  a.endArray();
+  a.writeObject(nullptr);
+  a.endArray();
+  a.writeKey("emptyData");
+  a.writeData({});
+  a.endMap();
+  const Data bytes = a.takeData();
+
+  ASSERT_TRUE(KeyedUnarchiver::withArchive(bytes, [](const ArchiveValue& root) {
+    ASSERT_EQ(root.kind(), ArchiveValue::Kind::Map);
+    ASSERT_EQ(root.size(), 3u);
+    EXPECT_EQ(root.keyAt(0), "rows");
+    auto rows = root.valueForKey("rows");
+    ASSERT_EQ(rows.size(), 70000u);
+    EXPECT_EQ(rows.at(69999).integerValue(), 69999);
+    auto nested = root.valueForKey("nested");
+    ASSERT_EQ(nested.size(), 3u);
+    EXPECT_EQ(nested.at(0).kind(), ArchiveValue::Kind::Map);
+    EXPECT_EQ(nested.at(0).size(), 0u);
+    EXPECT_EQ(nested.at(1).at(0).kind(), ArchiveValue::Kind::Null);
+    EXPECT_EQ(nested.at(2).kind(), ArchiveValue::Kind::Null);
+    auto empty = root.valueForKey("emptyData").dataValue();
+    ASSERT_TRUE(empty);
+    EXPECT_TRUE(empty->empty());
+  }));
+
+  // The archiver is empty after takeData and can start again.
+  EXPECT_TRUE(a.takeData().empty());
+  a.writeString("again");
+  const Data second = a.takeData();
+  EXPECT_TRUE(KeyedUnarchiver::withArchive(second, [](const ArchiveValue& v) { EXPECT_EQ(v.stringValue(), "again"); }));
+}
+
+TEST(KeyedArchiveTest, WrongClassAndMissingKeysAnswerNone) {
+  const Data sample = KeyedArchiver::archivedDataWithRootObject(makeSample());
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Leaf>(sample));
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Node>(sample));
+
+  // Unregistered classes are readable only when demanded.
+  const Data unregistered = KeyedArchiver::archivedDataWithRootObject(Unregistered());
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectFromData(unregistered));
+  EXPECT_TRUE(KeyedUnarchiver::unarchivedObjectOfClass<Unregistered>(unregistered));
+
+  // A record that refuses (wrong version) is none, and so is an array holding it.
+  struct Versioned : Sample {
+    void encodeWithCoder(KeyedArchiver& c) const override { c.encodeInteger(2, "codingVersion"); }
+  };
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Sample>(KeyedArchiver::archivedDataWithRootObject(Versioned())));
+
+  ASSERT_TRUE(KeyedUnarchiver::withArchive(sample, [](const ArchiveValue& root) {
+    ASSERT_EQ(root.kind(), ArchiveValue::Kind::Object);
+    EXPECT_EQ(root.className(), "TestSample");
+    auto c = root.objectCoder();
+    EXPECT_TRUE(c.containsValueForKey("integer"));
+    EXPECT_TRUE(c.containsValueForKey("missingText"));  // encoded as null: present
+    EXPECT_EQ(c.valueForKey("missingText").kind(), ArchiveValue::Kind::Null);
+    EXPECT_FALSE(c.containsValueForKey("nothing"));
+    EXPECT_FALSE(c.containsValueForKey("intege"));
+    EXPECT_EQ(c.decodeIntegerForKey("text"), 0);
+    EXPECT_EQ(c.decodeBoolForKey("integer"), false);
+    EXPECT_EQ(c.decodeDoubleNumberForKey("text"), std::nullopt);
+    EXPECT_EQ(c.decodeStringForKey("integer"), std::nullopt);
+    EXPECT_EQ(c.decodeDateForKey("real"), std::nullopt);
+    EXPECT_EQ(c.decodeDataForKey("text"), std::nullopt);
+    EXPECT_EQ(c.decodeObjectOfClassForKey<Sample>("leaf"), nullptr);
+    EXPECT_FALSE(c.decodeArrayOfObjectsOfClassForKey<Sample>("leaves"));
+    EXPECT_FALSE(c.decodeArrayOfObjectsOfClassForKey<Leaf>("leafMap"));
+    EXPECT_FALSE(c.decodeStringArrayForKey("leaves"));
+    EXPECT_FALSE(c.decodeStringMapForKey("leafMap"));
+    // Non-strict map decoding leaves out what is not a Leaf.
+    auto loose = c.decodeDictionaryOfObjectsOfClassForKey<Sample>("leafMap", false);
+    ASSERT_TRUE(loose);
+    EXPECT_TRUE(loose->empty());
+    EXPECT_FALSE(c.decodeDictionaryOfObjectsOfClassForKey<Sample>("leafMap"));
+    // Outside any object the coder reads nothing.
+    EXPECT_FALSE(c.valueForKey("leaf").objectCoder().valueForKey("id").objectCoder().containsValueForKey("id"));
+  }));
+}
+
+TEST(KeyedArchiveTest, RootDictionaryKeepsReadableEntriesOnly) {
+  std::map<std::string, std::shared_ptr<Archivable>> mixed = {
+      {"a", std::make_shared<Leaf>(1, "one")}, {"b", std::make_shared<Node>()}, {"c", std::make_shared<Leaf>(3, "three")}};
+  const Data bytes = KeyedArchiver::archivedDataWithRootDictionary(mixed);
+  auto leaves = KeyedUnarchiver::unarchivedDictionaryOfClass<Leaf>(bytes);
+  ASSERT_TRUE(leaves);
+  ASSERT_EQ(leaves->size(), 2u);
+  EXPECT_EQ(leaves->at("a")->name, "one");
+  EXPECT_EQ(leaves->at("c")->id, 3);
+
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedDictionaryOfClass<Leaf>(KeyedArchiver::archivedDataWithRootObject(Leaf(1, "x"))));
+  auto empty = KeyedUnarchiver::unarchivedDictionaryOfClass<Leaf>(
+      KeyedArchiver::archivedDataWithRootDictionary(std::map<std::string, std::shared_ptr<Leaf>>()));
+  ASSERT_TRUE(empty);
+  EXPECT_TRUE(empty->empty());
+}
+
+TEST(KeyedArchiveTest, ObjectNestingIsBounded) {
+  auto chain = [](int length) {
+    auto head = std::make_shared<Node>();
+    for (int i = 1; i < length; ++i) {
+      auto n = std::make_shared<Node>();
+      n->next = head;
+      head = n;
+    }
+    return head;
+  };
+  auto length = [](std::shared_ptr<Node> n) {
+    int count = 0;
+    for (; n; n = n->next) ++count;
+    return count;
+  };
+  auto shortChain = chain(10);
+  EXPECT_EQ(length(KeyedUnarchiver::unarchivedObjectOfClass<Node>(KeyedArchiver::archivedDataWithRootObject(*shortChain))), 10);
+
+  auto longChain = chain(200);
+  auto decoded = KeyedUnarchiver::unarchivedObjectOfClass<Node>(KeyedArchiver::archivedDataWithRootObject(*longChain));
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(length(decoded), kMaximumArchiveObjectDepth);
+
+  // Written by hand, deeper than any archiver writes: the decoder stops at the same depth.
+  auto deep = packed([](auto& p) {
+    for (int i = 0; i < 100; ++i) {
+      p.pack_array(2);
+      p.pack_ext(8, 1);
+      p.pack_ext_body("TestNode", 8);
+      p.pack_map(1);
+      p.pack("next");
+    }
+    p.pack_nil();
+  });
+  EXPECT_EQ(length(KeyedUnarchiver::unarchivedObjectOfClass<Node>(deep)), kMaximumArchiveObjectDepth);
+}
+
+TEST(KeyedArchiveTest, UnbalancedRecordStillWritesReadableBytes) {
+  struct Sloppy : Archivable {
+    std::string_view archiveClassName() const override { return "TestSloppy"; }
+    void encodeWithCoder(KeyedArchiver& c) const override {
+      c.endMap();  // would close its own map
+      c.endArray();
+      c.encodeInteger(5, "five");
+      c.writeKey("open");
+      c.beginArray();  // never closed
+      c.writeInteger(1);
+    }
+  };
+  const Sloppy sloppy;
+  KeyedArchiver a;
+  a.beginArray();
+  a.writeObject(&sloppy);
+  a.writeInteger(9);
+  a.endArray();
+  const Data bytes = a.takeData();
+  ASSERT_TRUE(KeyedUnarchiver::withArchive(bytes, [](const ArchiveValue& root) {
+    ASSERT_EQ(root.size(), 2u);
+    auto c = root.at(0).objectCoder();
+    EXPECT_EQ(c.decodeIntegerForKey("five"), 5);
+    EXPECT_EQ(c.valueForKey("open").at(0).integerValue(), 1);
+    EXPECT_EQ(root.at(1).integerValue(), 9);
+  }));
+}
+
+TEST(KeyedArchiveTest, DamagedBytesDecodeToNone) {
+  const Data valid = KeyedArchiver::archivedDataWithRootObject(makeSample());
+  ASSERT_TRUE(readable(valid));
+
+  // No proper prefix of an archive is an archive.
+  for (std::size_t n = 0; n < valid.size(); ++n) {
+    std::span<const std::uint8_t> prefix(valid.data(), n);
+    ASSERT_FALSE(readable(prefix)) << n;
+    ASSERT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Sample>(prefix)) << n;
+  }
+  // Trailing bytes make it unreadable too.
+  Data longer = valid;
+  longer.push_back(0xc0);
+  EXPECT_FALSE(readable(longer));
+
+  // Flipped bytes may still read (inside a string) but must never crash or throw.
+  std::mt19937 random(20240607);
+  int refused = 0;
+  for (int round = 0; round < 3000; ++round) {
+    Data damaged = valid;
+    const int flips = 1 + static_cast<int>(random() % 4);
+    for (int f = 0; f < flips; ++f) damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random());
+    if (!readable(damaged)) ++refused;
+    (void)KeyedUnarchiver::unarchivedObjectFromData(damaged);
+  }
+  EXPECT_GT(refused, 0);
+
+  // Plain random bytes.
+  for (int round = 0; round < 2000; ++round) {
+    Data noise(1 + random() % 64);
+    for (auto& b : noise) b = static_cast<std::uint8_t>(random());
+    (void)readable(noise);
+    EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Sample>(noise));
+  }
+}
+
+TEST(KeyedArchiveTest, HostileMessagePackIsRefused) {
+  EXPECT_FALSE(readable({}));
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectFromData({}));
+
+  // Headers that announce far more than the bytes hold, alone and nested.
+  const Data hugeArray = {0xdd, 0xff, 0xff, 0xff, 0xff, 0xc0, 0xc0};
+  const Data hugeMap = {0xdf, 0xff, 0xff, 0xff, 0xff, 0xa1, 'k', 0xc0};
+  const Data hugeString = {0xdb, 0xff, 0xff, 0xff, 0xf0, 'a'};
+  const Data hugeBin = {0xc6, 0x7f, 0xff, 0xff, 0xff, 0x00};
+  const Data hugeExt = {0xc9, 0x7f, 0xff, 0xff, 0xff, 0x01, 0x00};
+  for (const Data& d : {hugeArray, hugeMap, hugeString, hugeBin, hugeExt}) EXPECT_FALSE(readable(d));
+  Data nestedHuge;
+  for (int i = 0; i < 200; ++i) nestedHuge.insert(nestedHuge.end(), {0xdd, 0x00, 0x10, 0x00, 0x00});
+  EXPECT_FALSE(readable(nestedHuge));
+
+  // Deep nesting of arrays and of maps.
+  Data deepArrays(100000, 0x91);
+  deepArrays.push_back(0xc0);
+  EXPECT_FALSE(readable(deepArrays));
+  Data deepMaps;
+  for (int i = 0; i < 50000; ++i) deepMaps.insert(deepMaps.end(), {0x81, 0xa1, 'k'});
+  deepMaps.push_back(0xc0);
+  EXPECT_FALSE(readable(deepMaps));
+
+  // A reserved byte.
+  EXPECT_FALSE(readable(Data{0xc1}));
+
+  // Non-string map keys anywhere make the archive unreadable.
+  auto intKey = packed([](auto& p) {
+    p.pack_array(2);
+    p.pack_ext(8, 1);
+    p.pack_ext_body("TestLeaf", 8);
+    p.pack_map(2);
+    p.pack("name");
+    p.pack("x");
+    p.pack(1);
+    p.pack(2);
+  });
+  EXPECT_FALSE(readable(intKey));
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectFromData(intKey));
+
+  // Valid MessagePack that is not an archive of the class.
+  auto plainInteger = packed([](auto& p) { p.pack(5); });
+  EXPECT_TRUE(readable(plainInteger));
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectFromData(plainInteger));
+  auto wrongTag = packed([](auto& p) {
+    p.pack_array(2);
+    p.pack_ext(8, 2);
+    p.pack_ext_body("TestLeaf", 8);
+    p.pack_map(0);
+  });
+  auto arrayBody = packed([](auto& p) {
+    p.pack_array(2);
+    p.pack_ext(8, 1);
+    p.pack_ext_body("TestLeaf", 8);
+    p.pack_array(0);
+  });
+  auto stringTag = packed([](auto& p) {
+    p.pack_array(2);
+    p.pack("TestLeaf");
+    p.pack_map(0);
+  });
+  for (const Data& d : {wrongTag, arrayBody, stringTag}) {
+    EXPECT_TRUE(KeyedUnarchiver::withArchive(d, [](const ArchiveValue& v) { EXPECT_EQ(v.kind(), ArchiveValue::Kind::Array); }));
+    EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectFromData(d));
+    EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Leaf>(d));
+  }
+  // The right shape with the fields missing: the record refuses.
+  auto emptyLeaf = packed([](auto& p) {
+    p.pack_array(2);
+    p.pack_ext(8, 1);
+    p.pack_ext_body("TestLeaf", 8);
+    p.pack_map(0);
+  });
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Leaf>(emptyLeaf));
+
+  // Malformed timestamps: wrong size, nanoseconds out of range, seconds beyond what a Date holds.
+  auto badDates = packed([](auto& p) {
+    p.pack_array(3);
+    p.pack_ext(5, -1);
+    p.pack_ext_body("\0\0\0\0\0", 5);
+    p.pack_ext(12, -1);
+    p.pack_ext_body("\x3b\x9a\xca\x00\0\0\0\0\0\0\0\0", 12);  // 1e9 ns
+    p.pack_ext(12, -1);
+    p.pack_ext_body("\0\0\0\0\x7f\xff\xff\xff\xff\xff\xff\xff", 12);
+  });
+  EXPECT_TRUE(KeyedUnarchiver::withArchive(badDates, [](const ArchiveValue& root) {
+    for (std::size_t i = 0; i < 3; ++i) {
+      EXPECT_EQ(root.at(i).kind(), ArchiveValue::Kind::Other) << i;
+      EXPECT_EQ(root.at(i).dateValue(), std::nullopt) << i;
+    }
+  }));
+
+  // An exception from the reader is caught.
+  EXPECT_FALSE(KeyedUnarchiver::withArchive(plainInteger, [](const ArchiveValue&) { throw std::runtime_error("reader"); }));
+}
+
+}  // namespace
+}  // namespace iam
