@@ -1,0 +1,167 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <thread>
+#include <vector>
+
+#include "iam/platform/Clock.h"
+#include "iam/platform/LogBridge.h"
+#include "iam/platform/RunLoop.h"
+#include "iam/platform/ZTDispatchTools.h"
+
+namespace iam {
+namespace {
+
+class DispatchTest : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(ZTDispatchTools::settleForTesting()); }
+  void TearDown() override {
+    EXPECT_TRUE(ZTDispatchTools::settleForTesting());
+    Clock::setCurrent(nullptr);
+  }
+};
+
+TEST_F(DispatchTest, WorkHopsFromThePoolToTheMainLoopAndBack) {
+  auto& loop = RunLoop::main();
+  loop.runUntilIdle();  // this thread is the main thread
+  const auto mainId = std::this_thread::get_id();
+  std::vector<std::thread::id> hops;  // written by one hop at a time
+  std::mutex hopsMutex;
+  auto note = [&] {
+    std::lock_guard lock(hopsMutex);
+    hops.push_back(std::this_thread::get_id());
+  };
+  std::atomic<bool> done{false};
+  ZTDispatchTools::onBackgroundWithBlock([&] {
+    note();
+    ZTDispatchTools::onMainWithBlock([&] {
+      note();
+      ZTDispatchTools::onBackgroundWithBlock([&] {
+        note();
+        ZTDispatchTools::onMainWithBlock([&] {
+          note();
+          done = true;
+        });
+      });
+    });
+  });
+  ASSERT_TRUE(loop.runUntil([&] { return done.load(); }, 10));
+  std::lock_guard lock(hopsMutex);
+  ASSERT_EQ(hops.size(), 4u);
+  EXPECT_NE(hops[0], mainId);
+  EXPECT_EQ(hops[1], mainId);
+  EXPECT_NE(hops[2], mainId);
+  EXPECT_EQ(hops[3], mainId);
+}
+
+TEST_F(DispatchTest, PostsFromSeveralThreadsRunExactlyOnceInEachThreadsOrder) {
+  constexpr int kThreads = 4;
+  constexpr int kPerThread = 500;
+  auto& loop = RunLoop::main();
+  loop.runUntilIdle();
+  std::vector<std::vector<int>> seen(kThreads);  // touched on the main thread only
+  int total = 0;
+  std::vector<std::thread> posters;
+  for (int t = 0; t < kThreads; ++t) {
+    posters.emplace_back([&, t] {
+      for (int i = 0; i < kPerThread; ++i)
+        ZTDispatchTools::onMainWithBlock([&, t, i] {
+          seen[t].push_back(i);
+          ++total;
+        });
+    });
+  }
+  // Also from pool threads, counted apart.
+  std::atomic<int> background{0};
+  int fromPool = 0;
+  for (int i = 0; i < 300; ++i)
+    ZTDispatchTools::onBackgroundWithBlock([&] {
+      ++background;
+      ZTDispatchTools::onMainWithBlock([&] { ++fromPool; });
+    });
+  EXPECT_TRUE(loop.runUntil([&] { return total == kThreads * kPerThread && fromPool == 300; }, 30));
+  for (auto& p : posters) p.join();
+  ASSERT_TRUE(ZTDispatchTools::settleForTesting());
+  EXPECT_EQ(total, kThreads * kPerThread);
+  EXPECT_EQ(background.load(), 300);
+  EXPECT_EQ(fromPool, 300);
+  for (int t = 0; t < kThreads; ++t) {
+    ASSERT_EQ(seen[t].size(), static_cast<std::size_t>(kPerThread)) << t;
+    for (int i = 0; i < kPerThread; ++i) ASSERT_EQ(seen[t][i], i) << "thread " << t;
+  }
+}
+
+TEST_F(DispatchTest, SettleRunsChainsAcrossThePoolAndTheMainLoopToTheEnd) {
+  std::atomic<int> depth{0};
+  std::function<void()> hop = [&] {
+    const int d = ++depth;
+    if (d >= 12) return;
+    if (d % 2 == 1) {
+      ZTDispatchTools::onMainWithBlock(hop);
+    } else {
+      ZTDispatchTools::onBackgroundWithBlock([&] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(2));
+        hop();
+      });
+    }
+  };
+  ZTDispatchTools::onBackgroundWithBlock(hop);
+  EXPECT_TRUE(ZTDispatchTools::settleForTesting());
+  EXPECT_EQ(depth.load(), 12);
+  EXPECT_EQ(RunLoop::main().runUntilIdle(), 0u);
+}
+
+TEST_F(DispatchTest, WaitingForThePoolTimesOutWhileWorkRunsAndBlocksThatThrowAreLogged) {
+  CapturingLogSink log;
+  std::atomic<bool> release{false};
+  ZTDispatchTools::onBackgroundWithBlock([&] {
+    while (!release) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  });
+  EXPECT_FALSE(ZTDispatchTools::waitForBackgroundIdleForTesting(0.05));
+  EXPECT_FALSE(ZTDispatchTools::settleForTesting(0.05));
+  release = true;
+  std::atomic<int> after{0};
+  ZTDispatchTools::onBackgroundWithBlock([] { throw std::runtime_error("background boom"); });
+  ZTDispatchTools::onBackgroundWithBlock([&] { ++after; });
+  EXPECT_TRUE(ZTDispatchTools::waitForBackgroundIdleForTesting());
+  EXPECT_EQ(after.load(), 1);
+  ASSERT_EQ(log.messages(LogLevel::Error).size(), 1u);
+  EXPECT_NE(log.messages(LogLevel::Error)[0].find("background boom"), std::string::npos);
+}
+
+TEST_F(DispatchTest, TimersScheduledAndInvalidatedFromOtherThreads) {
+  auto clock = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(100));
+  Clock::setCurrent(clock);
+  auto& loop = RunLoop::main();
+  std::atomic<int> fires{0};
+  std::shared_ptr<Timer> timer;
+  std::thread([&] { timer = Timer::scheduledTimerWithTimeInterval(1, true, [&](Timer&) { ++fires; }); }).join();
+
+  std::atomic<bool> invalidated{false};
+  std::atomic<int> firesAtInvalidation{-1};
+  std::thread invalidator([&] {
+    while (fires < 50) std::this_thread::yield();
+    timer->invalidate();
+    firesAtInvalidation = fires.load();
+    invalidated = true;
+  });
+  // The main thread keeps the timer busy while another thread invalidates it.
+  while (!invalidated) {
+    clock->advance(1);
+    loop.runUntilIdle();
+  }
+  invalidator.join();
+  for (int i = 0; i < 10; ++i) loop.runFor(1);
+  // A fire already under way when the invalidation returned may finish; none starts after it.
+  EXPECT_GE(fires.load(), 50);
+  EXPECT_LE(fires.load(), firesAtInvalidation.load() + 1);
+  EXPECT_FALSE(loop.nextTimerFireDate().has_value());
+}
+
+}  // namespace
+}  // namespace iam

@@ -1,0 +1,227 @@
+#include <gtest/gtest.h>
+
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <utility>
+#include <vector>
+
+#include "iam/platform/Clock.h"
+#include "iam/platform/LogBridge.h"
+#include "iam/platform/RunLoop.h"
+
+namespace iam {
+namespace {
+
+class RunLoopTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    clock_ = std::make_shared<ManualClock>(start_);
+    Clock::setCurrent(clock_);
+    RunLoop::main().runUntilIdle();
+  }
+
+  void TearDown() override {
+    for (auto& t : timers_) t->invalidate();
+    RunLoop::main().runUntilIdle();
+    Clock::setCurrent(nullptr);
+  }
+
+  std::shared_ptr<Timer> schedule(TimeInterval interval, bool repeats, Timer::Block block) {
+    auto t = Timer::scheduledTimerWithTimeInterval(interval, repeats, std::move(block));
+    timers_.push_back(t);
+    return t;
+  }
+
+  // Seconds the manual clock has moved since the test began.
+  double elapsed() const { return timeIntervalBetween(clock_->now(), start_); }
+
+  const Date start_ = dateWithTimeIntervalSince1970(1'000'000.25);
+  std::shared_ptr<ManualClock> clock_;
+  std::vector<std::shared_ptr<Timer>> timers_;
+};
+
+TEST_F(RunLoopTest, TimersFireInDueOrderWithTheClockAtTheirDueTimeAndTiesInSchedulingOrder) {
+  std::vector<std::pair<std::string, double>> fired;
+  auto record = [&](std::string name) { return [&, name](Timer&) { fired.emplace_back(name, elapsed()); }; };
+  schedule(3, false, record("c"));
+  schedule(1.5, false, record("a"));
+  schedule(2, false, record("b1"));
+  schedule(2, false, record("b2"));
+  schedule(7, false, record("late"));
+
+  EXPECT_EQ(RunLoop::main().runUntilIdle(), 0u);  // nothing is due before the clock moves
+  ASSERT_TRUE(RunLoop::main().nextTimerFireDate().has_value());
+  EXPECT_EQ(*RunLoop::main().nextTimerFireDate(), dateByAddingTimeInterval(start_, 1.5));
+
+  RunLoop::main().runFor(5);
+  const std::vector<std::pair<std::string, double>> expected{{"a", 1.5}, {"b1", 2}, {"b2", 2}, {"c", 3}};
+  EXPECT_EQ(fired, expected);
+  EXPECT_DOUBLE_EQ(elapsed(), 5);
+  for (std::size_t i = 0; i < 4; ++i) EXPECT_FALSE(timers_[i]->isValid()) << i;  // one-shots are spent
+  EXPECT_TRUE(timers_[4]->isValid());
+  EXPECT_EQ(*RunLoop::main().nextTimerFireDate(), dateByAddingTimeInterval(start_, 7));
+
+  // Moving the clock by hand and running until idle fires what has come due.
+  clock_->advance(2);
+  RunLoop::main().runUntilIdle();
+  ASSERT_EQ(fired.size(), 5u);
+  EXPECT_EQ(fired.back(), std::make_pair(std::string("late"), 7.0));
+  EXPECT_FALSE(RunLoop::main().nextTimerFireDate().has_value());
+}
+
+TEST_F(RunLoopTest, RepeatingTimerFiresAtEachIntervalAndCollapsesMissedFires) {
+  std::vector<double> fired;
+  auto timer = schedule(10, true, [&](Timer&) { fired.push_back(elapsed()); });
+  RunLoop::main().runFor(35);
+  EXPECT_EQ(fired, (std::vector<double>{10, 20, 30}));
+  EXPECT_EQ(timer->fireDate(), dateByAddingTimeInterval(start_, 40));
+  EXPECT_DOUBLE_EQ(elapsed(), 35);
+
+  // The loop was not run for a while: the fires at 40, 50 and 60 become one, and the timer stays
+  // on its grid.
+  clock_->advance(30);
+  RunLoop::main().runUntilIdle();
+  EXPECT_EQ(fired, (std::vector<double>{10, 20, 30, 65}));
+  EXPECT_EQ(timer->fireDate(), dateByAddingTimeInterval(start_, 70));
+  EXPECT_TRUE(timer->isValid());
+
+  // A due time that lands exactly on the end of a run is inside it.
+  RunLoop::main().runFor(5);
+  EXPECT_EQ(fired.back(), 70);
+}
+
+TEST_F(RunLoopTest, InvalidatedTimersStopFromOutsideFromTheirOwnBlockAndFromAnotherTimer) {
+  int outside = 0, self = 0, victim = 0, laterVictim = 0;
+  auto outsideTimer = schedule(1, true, [&](Timer&) { ++outside; });
+  schedule(1, true, [&](Timer& t) {
+    if (++self == 2) t.invalidate();
+  });
+  std::shared_ptr<Timer> victimTimer, laterTimer;
+  schedule(3, false, [&](Timer&) {
+    victimTimer->invalidate();
+    laterTimer->invalidate();
+  });
+  victimTimer = schedule(3, false, [&](Timer&) { ++victim; });  // same due time, scheduled later
+  laterTimer = schedule(4, true, [&](Timer&) { ++laterVictim; });
+
+  RunLoop::main().runFor(2.5);
+  EXPECT_EQ(outside, 2);
+  outsideTimer->invalidate();
+  RunLoop::main().runFor(20);
+  EXPECT_EQ(outside, 2);
+  EXPECT_EQ(self, 2);
+  EXPECT_EQ(victim, 0);
+  EXPECT_EQ(laterVictim, 0);
+  EXPECT_FALSE(victimTimer->isValid());
+  EXPECT_FALSE(RunLoop::main().nextTimerFireDate().has_value());
+}
+
+TEST_F(RunLoopTest, LoopOwnsValidTimersAndReleasesInvalidatedOnes) {
+  int fires = 0;
+  std::weak_ptr<Timer> kept = Timer::scheduledTimerWithTimeInterval(1, true, [&](Timer&) { ++fires; });
+  EXPECT_FALSE(kept.expired());  // nobody else holds it
+  RunLoop::main().runFor(2);
+  EXPECT_EQ(fires, 2);
+  kept.lock()->invalidate();
+  EXPECT_TRUE(kept.expired());
+
+  auto owner = std::make_shared<int>(0);
+  std::weak_ptr<int> captured = owner;
+  std::weak_ptr<Timer> oneShot = Timer::scheduledTimerWithTimeInterval(1, false, [owner](Timer&) { ++*owner; });
+  owner.reset();
+  EXPECT_FALSE(captured.expired());
+  RunLoop::main().runFor(1);
+  EXPECT_TRUE(oneShot.expired());  // spent one-shot timers, and what their block holds, are let go
+  EXPECT_TRUE(captured.expired());
+}
+
+TEST_F(RunLoopTest, PostedTasksRunInOrderIncludingTasksTheyPost) {
+  std::vector<int> order;
+  auto& loop = RunLoop::main();
+  loop.post([&] { order.push_back(1); });
+  loop.post([&] {
+    order.push_back(2);
+    loop.post([&] { order.push_back(4); });
+  });
+  loop.post([&] { order.push_back(3); });
+  EXPECT_EQ(loop.runUntilIdle(), 4u);
+  EXPECT_EQ(order, (std::vector<int>{1, 2, 3, 4}));
+  EXPECT_EQ(loop.runUntilIdle(), 0u);
+}
+
+TEST_F(RunLoopTest, TasksAndTimerBlocksThatThrowAreLoggedAndTheLoopGoesOn) {
+  CapturingLogSink log;
+  bool after = false;
+  RunLoop::main().post([] { throw std::runtime_error("boom"); });
+  RunLoop::main().post([&] { after = true; });
+  int fires = 0;
+  schedule(1, true, [&](Timer&) {
+    ++fires;
+    throw 42;
+  });
+  RunLoop::main().runFor(2);
+  EXPECT_TRUE(after);
+  EXPECT_EQ(fires, 2);  // a throwing repeating timer is still rescheduled
+  const auto errors = log.messages(LogLevel::Error);
+  ASSERT_EQ(errors.size(), 3u);
+  EXPECT_NE(errors[0].find("boom"), std::string::npos);
+}
+
+TEST_F(RunLoopTest, RunUntilReturnsWhenConditionHoldsOrTimesOut) {
+  auto& loop = RunLoop::main();
+  const auto before = std::chrono::steady_clock::now();
+  EXPECT_FALSE(loop.runUntil([] { return false; }, 0.05));
+  EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
+  EXPECT_DOUBLE_EQ(elapsed(), 0);  // real time only; the manual clock stays
+
+  bool ran = false;
+  std::thread poster([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    loop.post([&] { ran = true; });
+  });
+  EXPECT_TRUE(loop.runUntil([&] { return ran; }, 10));
+  poster.join();
+  EXPECT_TRUE(loop.isMainThread());
+  bool mainOnOtherThread = true;
+  std::thread([&] { mainOnOtherThread = loop.isMainThread(); }).join();
+  EXPECT_FALSE(mainOnOtherThread);
+}
+
+TEST_F(RunLoopTest, RunWaitsForWorkUntilQuit) {
+  auto& loop = RunLoop::main();
+  int ran = 0;
+  std::thread other([&] {
+    std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    loop.post([&] { ++ran; });
+    loop.post([&] { loop.quit(); });
+    loop.post([&] { ++ran; });  // left for the next drive of the loop
+  });
+  loop.run();
+  other.join();
+  EXPECT_EQ(ran, 1);
+  EXPECT_EQ(loop.runUntilIdle(), 1u);
+  EXPECT_EQ(ran, 2);
+}
+
+TEST(RunLoopSystemClockTest, RunForWaitsInRealTimeForTimers) {
+  Clock::setCurrent(nullptr);
+  std::vector<double> fired;
+  const Date begin = Clock::currentDate();
+  auto timer = Timer::scheduledTimerWithTimeInterval(0.02, true, [&](Timer& t) {
+    fired.push_back(timeIntervalBetween(Clock::currentDate(), begin));
+    if (fired.size() == 3) t.invalidate();
+  });
+  RunLoop::main().runFor(0.3);
+  EXPECT_GE(timeIntervalBetween(Clock::currentDate(), begin), 0.3);
+  ASSERT_EQ(fired.size(), 3u);
+  EXPECT_GE(fired[0], 0.02);
+  EXPECT_GE(fired[2], 0.06);
+  EXPECT_FALSE(timer->isValid());
+}
+
+}  // namespace
+}  // namespace iam
