@@ -1,5 +1,6 @@
 #include "iam/model/AdvertisementParser.h"
 
+#include <algorithm>
 #include <cstdio>
 #include <cstdlib>
 #include <limits>
@@ -83,6 +84,7 @@ void parseMembers(const json::object& o, std::string_view key, const Parser& par
   auto list = json::optionalMember(o, key, json::asArray, json::kArray, context);
   if (!list) return;
   const auto listContext = context.member(key);
+  set.reserve(std::min<std::size_t>(list->size(), 64));
   std::size_t index = 0;
   for (auto element : *list) {
     const auto elementContext = listContext.element(index++);

@@ -45,6 +45,7 @@ class IdentitySet {
   }
   bool contains(const std::shared_ptr<T>& object) const { return contains(object.get()); }
 
+  void reserve(std::size_t count) { members_.reserve(count); }
   std::size_t size() const { return members_.size(); }
   bool empty() const { return members_.empty(); }
   const_iterator begin() const { return members_.begin(); }
