@@ -26,7 +26,7 @@ class PreferencesStore {
   virtual std::vector<std::string> allKeys() const = 0;
 
   // The process-wide store the library uses. The host sets it before creating the manager;
-  // until then it is an in-memory store.
+  // until then it is an in-memory store. Setting none goes back to a fresh in-memory store.
   static std::shared_ptr<PreferencesStore> standard();
   static void setStandard(std::shared_ptr<PreferencesStore> store);
 };

@@ -15,7 +15,7 @@ namespace iam {
 // archived records or maps of records under a key. Thread-safe.
 class ZTSettings {
  public:
-  // Preferences key of the launch count.
+  // Preferences key of the launch count, stored as an archive whose root value is the integer.
   static constexpr std::string_view kRunCountKey = "ZTSettings.runCount";
 
   // Number of application launches so far (0 before the first).

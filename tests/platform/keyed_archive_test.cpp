@@ -233,9 +233,11 @@ TEST(KeyedArchiveTest, EveryValueKindRoundTrips) {
 }
 
 TEST(KeyedArchiveTest, NumbersKeepTheirRangeAndDatesTheirNanoseconds) {
-  const std::vector<Date> dates = {dateAt(0, 0),           dateAt(1, 0),           dateAt(4294967295, 0),
-                                   dateAt(4294967296, 1),  dateAt(17179869183, 999999999),
-                                   dateAt(17179869184, 0), dateAt(-1, 999999999),  dateAt(-86400 * 365, 1)};
+  // Each timestamp size, up to the ends of what a Date holds.
+  const std::vector<Date> dates = {dateAt(0, 0),          dateAt(1, 0),
+                                   dateAt(4294967295, 0), dateAt(4294967295, 1),
+                                   dateAt(9223372035, 999999999), dateAt(-1, 999999999),
+                                   dateAt(-86400 * 365, 1), dateAt(-9223372035, 0)};
   KeyedArchiver a;
   a.beginArray();
   a.writeUnsignedInteger(std::numeric_limits<std::uint64_t>::max());

@@ -1,0 +1,221 @@
+#include "iam/platform/PreferencesStore.h"
+
+#include <gtest/gtest.h>
+#include <sqlite3.h>
+
+#include <fstream>
+
+#include "iam/platform/LogBridge.h"
+#include "iam/platform/ZTSettings.h"
+#include "platform/ScratchDirectory.h"
+
+namespace iam {
+namespace {
+
+using testing::ScratchDirectory;
+using Bytes = std::vector<std::uint8_t>;
+
+struct Counter : Archivable {
+  static constexpr std::string_view kArchiveClassName = "PreferencesTestCounter";
+  std::int64_t count = 0;
+  explicit Counter(std::int64_t c = 0) : count(c) {}
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeInteger(count, "count"); }
+  static std::shared_ptr<Counter> initWithCoder(const KeyedUnarchiver& c) {
+    auto n = c.decodeIntegerNumberForKey("count");
+    return n ? std::make_shared<Counter>(*n) : nullptr;
+  }
+};
+IAM_REGISTER_ARCHIVABLE(Counter);
+
+Bytes bytes(std::string_view s) { return Bytes(s.begin(), s.end()); }
+
+// What every store promises, run against each implementation.
+void checkStoreContract(PreferencesStore& store) {
+  EXPECT_EQ(store.dataForKey("missing"), std::nullopt);
+  EXPECT_TRUE(store.allKeys().empty());
+
+  const Bytes binary = bytes(std::string_view("\0\x01\xff\0tail", 8));
+  EXPECT_TRUE(store.setData(binary, "b"));
+  EXPECT_TRUE(store.setData(Bytes(), "empty"));
+  EXPECT_TRUE(store.setData(bytes("first"), "a"));
+  EXPECT_TRUE(store.setData(bytes("x"), "\xc3\xa9t\xc3\xa9"));
+  EXPECT_EQ(store.dataForKey("b"), binary);
+  ASSERT_TRUE(store.dataForKey("empty"));  // present although empty
+  EXPECT_TRUE(store.dataForKey("empty")->empty());
+  EXPECT_EQ(store.dataForKey("\xc3\xa9t\xc3\xa9"), bytes("x"));
+
+  EXPECT_TRUE(store.setData(bytes("second, longer"), "a"));
+  EXPECT_EQ(store.dataForKey("a"), bytes("second, longer"));
+  EXPECT_EQ(store.allKeys(), (std::vector<std::string>{"a", "b", "empty", "\xc3\xa9t\xc3\xa9"}));
+
+  store.removeObjectForKey("b");
+  store.removeObjectForKey("never there");
+  EXPECT_EQ(store.dataForKey("b"), std::nullopt);
+  EXPECT_EQ(store.allKeys(), (std::vector<std::string>{"a", "empty", "\xc3\xa9t\xc3\xa9"}));
+}
+
+class PreferencesTest : public ::testing::Test {
+ protected:
+  void TearDown() override { PreferencesStore::setStandard(nullptr); }
+  ScratchDirectory dir_;
+};
+
+TEST_F(PreferencesTest, BothStoresKeepTheContract) {
+  InMemoryPreferencesStore memory;
+  checkStoreContract(memory);
+  auto sqlite = SQLitePreferencesStore::open(dir_.file("contract.sqlite"));
+  ASSERT_TRUE(sqlite);
+  checkStoreContract(*sqlite);
+}
+
+TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALMode) {
+  const std::string path = dir_.file("prefs.sqlite");
+  {
+    auto store = SQLitePreferencesStore::open(path);
+    ASSERT_TRUE(store);
+    store->setData(bytes("kept"), "kept");
+    store->setData(bytes("old"), "changed");
+    store->setData(bytes("new"), "changed");
+    store->setData(bytes("gone"), "removed");
+    store->removeObjectForKey("removed");
+  }
+  auto store = SQLitePreferencesStore::open(path);
+  ASSERT_TRUE(store);
+  EXPECT_EQ(store->dataForKey("kept"), bytes("kept"));
+  EXPECT_EQ(store->dataForKey("changed"), bytes("new"));
+  EXPECT_EQ(store->dataForKey("removed"), std::nullopt);
+  EXPECT_EQ(store->allKeys(), (std::vector<std::string>{"changed", "kept"}));
+
+  // The journal mode is a property of the file: read it with a connection of our own.
+  sqlite3* db = nullptr;
+  ASSERT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+  sqlite3_stmt* s = nullptr;
+  ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA journal_mode", -1, &s, nullptr), SQLITE_OK);
+  ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
+  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)), "wal");
+  sqlite3_finalize(s);
+  sqlite3_close(db);
+}
+
+TEST_F(PreferencesTest, TwoConnectionsToOneFileSeeEachOthersWrites) {
+  // A host and the stats tool may hold the same file open.
+  const std::string path = dir_.file("shared.sqlite");
+  auto first = SQLitePreferencesStore::open(path);
+  auto second = SQLitePreferencesStore::open(path);
+  ASSERT_TRUE(first && second);
+  EXPECT_TRUE(first->setData(bytes("1"), "k"));
+  EXPECT_EQ(second->dataForKey("k"), bytes("1"));
+  EXPECT_TRUE(second->setData(bytes("2"), "k"));
+  EXPECT_EQ(first->dataForKey("k"), bytes("2"));
+}
+
+TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
+  CapturingLogSink log;
+  EXPECT_FALSE(SQLitePreferencesStore::open(dir_.file("no/such/dir/prefs.sqlite")));
+  EXPECT_FALSE(SQLitePreferencesStore::open(""));
+  const std::string garbage = dir_.file("garbage.sqlite");
+  {
+    std::ofstream out(garbage, std::ios::binary);
+    for (int i = 0; i < 4096; ++i) out.put(static_cast<char>(i * 7 + 3));
+  }
+  EXPECT_FALSE(SQLitePreferencesStore::open(garbage));
+  EXPECT_FALSE(SQLitePreferencesStore::open(dir_.path().string()));  // a directory
+
+  const auto records = log.records();
+  ASSERT_EQ(records.size(), 4u);
+  for (const auto& r : records) {
+    EXPECT_EQ(r.level, LogLevel::Error);
+    EXPECT_EQ(r.filename, "iam/platform/SQLitePreferencesStore");
+    EXPECT_EQ(r.function, "open");
+    EXPECT_EQ(r.message.rfind("IAM: ", 0), 0u) << r.message;
+  }
+}
+
+TEST_F(PreferencesTest, StandardStoreIsInMemoryUntilTheHostSetsOne) {
+  auto initial = PreferencesStore::standard();
+  ASSERT_TRUE(initial);
+  EXPECT_TRUE(std::dynamic_pointer_cast<InMemoryPreferencesStore>(initial));
+  EXPECT_EQ(PreferencesStore::standard(), initial);
+
+  auto sqlite = SQLitePreferencesStore::open(dir_.file("standard.sqlite"));
+  ASSERT_TRUE(sqlite);
+  PreferencesStore::setStandard(sqlite);
+  EXPECT_EQ(PreferencesStore::standard(), sqlite);
+
+  PreferencesStore::setStandard(nullptr);
+  auto fresh = PreferencesStore::standard();
+  ASSERT_TRUE(fresh);
+  EXPECT_NE(fresh, sqlite);
+  EXPECT_TRUE(fresh->allKeys().empty());
+}
+
+TEST_F(PreferencesTest, SettingsStoreRecordsAndMapsAcrossReopen) {
+  const std::string path = dir_.file("settings.sqlite");
+  PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
+  EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map").empty());
+
+  EXPECT_TRUE(ZTSettings::saveArchivableObject(Counter(41), "record"));
+  std::map<std::string, std::shared_ptr<Counter>> map = {{"a", std::make_shared<Counter>(1)},
+                                                         {"b", std::make_shared<Counter>(2)}};
+  EXPECT_TRUE(ZTSettings::saveDictionaryToPreferences(map, "map"));
+
+  PreferencesStore::setStandard(nullptr);  // closes the file
+  PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
+
+  auto record = std::dynamic_pointer_cast<Counter>(ZTSettings::getUnarchivedObjectForKey("record"));
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->count, 41);
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectOfClassForKey<Counter>("record")->count, 41);
+  auto loaded = ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map");
+  ASSERT_EQ(loaded.size(), 2u);
+  EXPECT_EQ(loaded["a"]->count, 1);
+  EXPECT_EQ(loaded["b"]->count, 2);
+  // A record is not a map, and a map is not a record.
+  EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("record").empty());
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("map"), nullptr);
+}
+
+TEST_F(PreferencesTest, DamagedValuesReadAsAbsent) {
+  PreferencesStore::setStandard(SQLitePreferencesStore::open(dir_.file("damaged.sqlite")));
+  auto store = PreferencesStore::standard();
+  ASSERT_TRUE(ZTSettings::saveArchivableObject(Counter(5), "record"));
+  const Bytes good = *store->dataForKey("record");
+
+  // Cut short, as by a torn write of some other store; then plain garbage.
+  store->setData(std::span(good).first(good.size() - 1), "record");
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
+  store->setData(bytes("not an archive at all"), "record");
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectOfClassForKey<Counter>("record"), nullptr);
+  store->setData(bytes("\xdf\xff\xff\xff\xff"), "map");
+  EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map").empty());
+
+  // A damaged launch count starts again rather than failing.
+  store->setData(bytes("\xc1"), ZTSettings::kRunCountKey);
+  EXPECT_EQ(ZTSettings::runCount(), 0);
+  EXPECT_EQ(ZTSettings::incrementRunCount(), 1);
+  EXPECT_EQ(ZTSettings::runCount(), 1);
+}
+
+TEST_F(PreferencesTest, RunCountGrowsByOnePerLaunchAndPersists) {
+  const std::string path = dir_.file("runs.sqlite");
+  PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
+  EXPECT_EQ(ZTSettings::runCount(), 0);
+  EXPECT_EQ(ZTSettings::incrementRunCount(), 1);
+  EXPECT_EQ(ZTSettings::incrementRunCount(), 2);
+  PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
+  EXPECT_EQ(ZTSettings::runCount(), 2);
+  EXPECT_EQ(ZTSettings::incrementRunCount(), 3);
+
+  // The stored form is an archive whose root is the integer.
+  auto data = PreferencesStore::standard()->dataForKey(ZTSettings::kRunCountKey);
+  ASSERT_TRUE(data);
+  std::optional<std::int64_t> stored;
+  EXPECT_TRUE(KeyedUnarchiver::withArchive(*data, [&](const ArchiveValue& v) { stored = v.integerValue(); }));
+  EXPECT_EQ(stored, 3);
+}
+
+}  // namespace
+}  // namespace iam
