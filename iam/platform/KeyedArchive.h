@@ -10,8 +10,11 @@
 //   object                                                a two-element array [ext 1 holding the
 //                                                          class name as UTF-8, map of its keys]
 //
-// Decoding unpacks the bytes into one arena and reads keys from there; no other tree is built.
-// Bytes that are not a readable archive decode to none; no exception leaves the decoder.
+// The archiver streams, so arrays and maps carry 32-bit headers whatever their size; the decoder
+// reads any MessagePack form. Decoding unpacks the bytes into one arena and reads keys from there;
+// no other tree is built. Bytes that are not a readable archive (truncated, trailing bytes, a
+// non-string map key, sizes beyond the input, nesting beyond a fixed depth) decode to none; no
+// exception leaves the decoder.
 
 #include <cstdint>
 #include <map>
