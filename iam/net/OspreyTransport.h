@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstddef>
+#include <memory>
+#include <optional>
+#include <string>
+#include <vector>
+
+#include "iam/net/OspreyServiceRequest.h"
+#include "iam/net/RequestTicketType.h"
+
+namespace iam {
+
+// Everything a running request needs, copied out of the request when it is executed.
+struct OspreyTransferSpec {
+  std::string url;
+  std::optional<Data> body;
+  std::vector<std::string> headers;  // "Name: value", beyond the JSON content headers
+  bool sentEtag = false;
+  TimeInterval timeoutInterval = HttpRequestConfig::kDefaultTimeoutInterval;
+  std::size_t maximumBodySize = HttpRequestConfig::kDefaultMaximumBodySize;
+  OspreyServiceRequest::CompletionHandler completion;
+  OspreyServiceRequest::ProcessReceivedDataHandler parseHandler;
+};
+
+// The process's one HTTP transport: a libcurl multi handle driven by one thread, which exists
+// only while requests are running and is joined when the last one has ended (or at exit).
+// Internal to the service-call layer; use `OspreyWebService`. Thread-safe.
+class OspreyTransport {
+ public:
+  static std::shared_ptr<OspreyTransport> shared();
+
+  ~OspreyTransport();
+  OspreyTransport(const OspreyTransport&) = delete;
+  OspreyTransport& operator=(const OspreyTransport&) = delete;
+
+  std::shared_ptr<RequestTicketType> start(OspreyTransferSpec spec);
+
+  std::size_t runningRequestCount() const;
+  bool isThreadRunning() const;
+
+ private:
+  struct Impl;
+  OspreyTransport();
+  std::unique_ptr<Impl> impl_;
+};
+
+}  // namespace iam

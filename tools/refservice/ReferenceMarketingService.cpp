@@ -1,0 +1,299 @@
+#include "tools/refservice/ReferenceMarketingService.h"
+
+#include <httplib.h>
+#include <fmt/format.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <cstdint>
+#include <fstream>
+#include <mutex>
+#include <sstream>
+#include <thread>
+
+#include "iam/net/OspreyWebServiceEncryptionDetails.h"
+#include "iam/service/IAMWebService.h"
+
+namespace iam {
+
+namespace {
+
+enum class Fault { None, Status, Garbage, Array, Oversized };
+
+std::string_view trimmed(std::string_view text) {
+  while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+  while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+  return text;
+}
+
+// If-None-Match holds a comma-separated list of tags, any of them weak, or "*".
+bool ifNoneMatchMatches(std::string_view header, std::string_view tag) {
+  const auto opaque = [](std::string_view t) { return t.starts_with("W/") ? t.substr(2) : t; };
+  while (!header.empty()) {
+    const auto comma = header.find(',');
+    const auto item = trimmed(header.substr(0, comma));
+    if (item == "*" || (!item.empty() && opaque(item) == opaque(tag))) return true;
+    if (comma == std::string_view::npos) break;
+    header.remove_prefix(comma + 1);
+  }
+  return false;
+}
+
+std::optional<std::string> headerOf(const httplib::Request& request, const char* name) {
+  if (!request.has_header(name)) return std::nullopt;
+  return request.get_header_value(name);
+}
+
+}  // namespace
+
+struct ReferenceMarketingService::Impl {
+  explicit Impl(Options o) : options(std::move(o)) {
+    if (options.serviceKey.empty()) options.serviceKey = std::string(IAMWebService::kServiceKey);
+    if (options.keyHeaderName.empty()) options.keyHeaderName = OspreyWebServiceEncryptionDetails::kDefaultKeyHeaderName;
+  }
+
+  Options options;  // constant after construction
+
+  std::unique_ptr<httplib::Server> server;  // set by start, reset by stop (caller's thread)
+  std::thread listener;
+  std::string host;
+  int port = 0;
+
+  mutable std::mutex mutex;
+  std::condition_variable stallWake;
+  bool started = false;                             // guarded by mutex
+  bool stopping = false;                            // guarded by mutex
+  std::map<std::string, std::string> answers;       // guarded by mutex
+  Fault fault = Fault::None;                        // guarded by mutex
+  int faultStatus = 500;                            // guarded by mutex
+  std::size_t oversizedBytes = 0;                   // guarded by mutex
+  double stallSeconds = 0;                          // guarded by mutex
+  std::vector<ReceivedRequest> received;            // guarded by mutex
+  std::function<void(const ReceivedRequest&)> observer;  // guarded by mutex
+
+  void handle(const httplib::Request& request, httplib::Response& response, const std::string& version,
+              const std::string& method);
+  void answer(ReceivedRequest& record, const std::string& version, const std::string& method,
+              httplib::Response& response);
+};
+
+void ReferenceMarketingService::Impl::handle(const httplib::Request& request, httplib::Response& response,
+                                             const std::string& version, const std::string& method) {
+  ReceivedRequest record;
+  record.httpMethod = request.method;
+  record.path = request.path;
+  record.body = request.body;
+  record.serviceKey = headerOf(request, options.keyHeaderName.c_str());
+  record.ifNoneMatch = headerOf(request, "If-None-Match");
+  record.contentType = headerOf(request, "Content-Type");
+
+  {
+    std::unique_lock lock(mutex);
+    if (stallSeconds > 0) {
+      stallWake.wait_for(lock, std::chrono::duration<double>(stallSeconds), [this] { return stopping; });
+    }
+  }
+  answer(record, version, method, response);
+
+  std::function<void(const ReceivedRequest&)> notify;
+  {
+    std::lock_guard lock(mutex);
+    received.push_back(record);
+    notify = observer;
+  }
+  if (notify) notify(record);
+}
+
+void ReferenceMarketingService::Impl::answer(ReceivedRequest& record, const std::string& version,
+                                             const std::string& method, httplib::Response& response) {
+  const auto respond = [&](int status, std::string body) {
+    response.status = status;
+    record.answeredStatus = status;
+    if (!body.empty()) response.set_content(std::move(body), "application/json");
+  };
+
+  std::unique_lock lock(mutex);
+  if (fault == Fault::Status) return respond(faultStatus, R"({"error":"failure requested"})");
+  if (record.serviceKey != options.serviceKey) return respond(401, R"({"error":"wrong service key"})");
+  if (version != options.version) return respond(404, R"({"error":"unknown version"})");
+  const auto found = answers.find(method);
+  if (found == answers.end()) return respond(404, R"({"error":"unknown method"})");
+
+  switch (fault) {
+    case Fault::Garbage:
+      return respond(200, "<html>this is not json");
+    case Fault::Array:
+      return respond(200, R"([{"advertisements":[]}])");
+    case Fault::Oversized: {
+      const std::size_t bytes = std::max<std::size_t>(oversizedBytes, 16);
+      return respond(200, "{\"padding\":\"" + std::string(bytes - 15, 'x') + "\"}");
+    }
+    default:
+      break;
+  }
+  const std::string body = found->second;
+  lock.unlock();
+
+  const std::string tag = entityTagForBytes(body);
+  response.set_header("ETag", tag);
+  if (record.ifNoneMatch && ifNoneMatchMatches(*record.ifNoneMatch, tag)) return respond(304, "");
+  respond(200, body);
+}
+
+ReferenceMarketingService::ReferenceMarketingService() : ReferenceMarketingService(Options{}) {}
+
+ReferenceMarketingService::ReferenceMarketingService(Options options)
+    : impl_(std::make_unique<Impl>(std::move(options))) {}
+
+ReferenceMarketingService::~ReferenceMarketingService() { stop(); }
+
+bool ReferenceMarketingService::start(const std::string& host, int port) {
+  {
+    std::lock_guard lock(impl_->mutex);
+    if (impl_->started) return false;
+    impl_->started = true;
+  }
+  auto server = std::make_unique<httplib::Server>();
+  server->set_keep_alive_timeout(1);
+  server->set_payload_max_length(1024 * 1024);
+  Impl* impl = impl_.get();
+  server->Post(R"(/([^/]+)/([^/]+))", [impl](const httplib::Request& request, httplib::Response& response) {
+    impl->handle(request, response, request.matches[1], request.matches[2]);
+  });
+  int bound = port;
+  if (port == 0) {
+    bound = server->bind_to_any_port(host);
+  } else if (!server->bind_to_port(host, port)) {
+    bound = -1;
+  }
+  if (bound <= 0) return false;
+  impl_->host = host;
+  impl_->port = bound;
+  httplib::Server* raw = server.get();
+  impl_->server = std::move(server);
+  impl_->listener = std::thread([raw] { raw->listen_after_bind(); });
+  return true;
+}
+
+void ReferenceMarketingService::stop() {
+  {
+    std::lock_guard lock(impl_->mutex);
+    impl_->stopping = true;
+  }
+  impl_->stallWake.notify_all();
+  if (impl_->server) impl_->server->stop();
+  if (impl_->listener.joinable()) impl_->listener.join();
+  impl_->server.reset();
+}
+
+int ReferenceMarketingService::port() const { return impl_->port; }
+
+std::string ReferenceMarketingService::baseUrl() const {
+  return fmt::format("http://{}:{}", impl_->host, impl_->port);
+}
+
+void ReferenceMarketingService::setAnswer(const std::string& method, std::string body) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->answers[method] = std::move(body);
+}
+
+bool ReferenceMarketingService::setAnswerFromFile(const std::string& method, const std::string& path) {
+  std::ifstream file(path, std::ios::binary);
+  if (!file) return false;
+  std::ostringstream bytes;
+  bytes << file.rdbuf();
+  if (file.bad()) return false;
+  setAnswer(method, bytes.str());
+  return true;
+}
+
+void ReferenceMarketingService::removeAnswer(const std::string& method) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->answers.erase(method);
+}
+
+std::optional<std::string> ReferenceMarketingService::entityTagFor(const std::string& method) const {
+  std::lock_guard lock(impl_->mutex);
+  const auto found = impl_->answers.find(method);
+  if (found == impl_->answers.end()) return std::nullopt;
+  return entityTagForBytes(found->second);
+}
+
+std::string ReferenceMarketingService::entityTagForBytes(const std::string& bytes) {
+  // FNV-1a: any change of the answer changes the tag; nothing here needs a cryptographic hash.
+  std::uint64_t hash = 0xcbf29ce484222325ull;
+  for (unsigned char c : bytes) {
+    hash ^= c;
+    hash *= 0x100000001b3ull;
+  }
+  return fmt::format("\"{:016x}-{:x}\"", hash, bytes.size());
+}
+
+void ReferenceMarketingService::failWithStatus(int status) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->fault = Fault::Status;
+  impl_->faultStatus = status;
+}
+
+void ReferenceMarketingService::stallFor(double seconds) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->stallSeconds = seconds;
+}
+
+void ReferenceMarketingService::answerGarbage() {
+  std::lock_guard lock(impl_->mutex);
+  impl_->fault = Fault::Garbage;
+}
+
+void ReferenceMarketingService::answerArray() {
+  std::lock_guard lock(impl_->mutex);
+  impl_->fault = Fault::Array;
+}
+
+void ReferenceMarketingService::answerOversized(std::size_t bytes) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->fault = Fault::Oversized;
+  impl_->oversizedBytes = bytes;
+}
+
+void ReferenceMarketingService::behaveNormally() {
+  std::lock_guard lock(impl_->mutex);
+  impl_->fault = Fault::None;
+  impl_->stallSeconds = 0;
+}
+
+std::size_t ReferenceMarketingService::requestCount() const {
+  std::lock_guard lock(impl_->mutex);
+  return impl_->received.size();
+}
+
+std::size_t ReferenceMarketingService::requestCount(const std::string& method) const {
+  std::lock_guard lock(impl_->mutex);
+  const std::string suffix = "/" + method;
+  std::size_t count = 0;
+  for (const auto& request : impl_->received) count += request.path.ends_with(suffix) ? 1 : 0;
+  return count;
+}
+
+std::vector<ReferenceMarketingService::ReceivedRequest> ReferenceMarketingService::requests() const {
+  std::lock_guard lock(impl_->mutex);
+  return impl_->received;
+}
+
+std::optional<ReferenceMarketingService::ReceivedRequest> ReferenceMarketingService::lastRequest() const {
+  std::lock_guard lock(impl_->mutex);
+  if (impl_->received.empty()) return std::nullopt;
+  return impl_->received.back();
+}
+
+void ReferenceMarketingService::clearRequests() {
+  std::lock_guard lock(impl_->mutex);
+  impl_->received.clear();
+}
+
+void ReferenceMarketingService::setRequestObserver(std::function<void(const ReceivedRequest&)> observer) {
+  std::lock_guard lock(impl_->mutex);
+  impl_->observer = std::move(observer);
+}
+
+}  // namespace iam
