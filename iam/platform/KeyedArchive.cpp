@@ -169,9 +169,6 @@ Registry& registry() {
 
 }  // namespace
 
-// ---------------------------------------------------------------------------------------------
-// ArchiveClassRegistry
-
 void ArchiveClassRegistry::registerClass(std::string_view name, Factory factory) {
   auto& r = registry();
   std::unique_lock lock(r.mutex);
@@ -184,9 +181,6 @@ ArchiveClassRegistry::Factory ArchiveClassRegistry::factoryFor(std::string_view 
   auto it = r.factories.find(name);
   return it == r.factories.end() ? nullptr : it->second;
 }
-
-// ---------------------------------------------------------------------------------------------
-// KeyedArchiver
 
 struct KeyedArchiver::Impl {
   // An open array or map: where its 32-bit header sits and how many entries it has so far.
@@ -210,9 +204,13 @@ struct KeyedArchiver::Impl {
   // The size is unknown up front: write the 32-bit form and fill the count in when closing.
   void open(bool isMap) {
     beginValue();
+    pushFrame(isMap);
+  }
+
+  void pushFrame(bool isMap) {
     frames.push_back({buffer.bytes.size(), 0, isMap});
-    buffer.bytes.push_back(isMap ? 0xdf : 0xdd);
-    buffer.bytes.insert(buffer.bytes.end(), 4, 0);
+    const char header[5] = {static_cast<char>(isMap ? 0xdf : 0xdd), 0, 0, 0, 0};
+    buffer.write(header, sizeof header);
   }
 
   // An unbalanced end call is ignored; a record cannot close what its caller opened.
@@ -409,9 +407,7 @@ void KeyedArchiver::writeObject(const Archivable* object) {
   impl_->packer.pack_ext(name.size(), kClassNameExtType);
   impl_->packer.pack_ext_body(name.data(), static_cast<std::uint32_t>(name.size()));
   // The object's map is not an element of any open array: push it without counting.
-  impl_->frames.push_back({impl_->buffer.bytes.size(), 0, true});
-  impl_->buffer.bytes.push_back(0xdf);
-  impl_->buffer.bytes.insert(impl_->buffer.bytes.end(), 4, 0);
+  impl_->pushFrame(true);
   const std::size_t ownMap = impl_->frames.size();
   const std::size_t outerFloor = impl_->floor;
   impl_->floor = ownMap;
@@ -436,9 +432,6 @@ Data KeyedArchiver::takeData() {
   impl_->objectDepth = 0;
   return out;
 }
-
-// ---------------------------------------------------------------------------------------------
-// ArchiveValue
 
 ArchiveValue::Kind ArchiveValue::kind() const {
   if (object_ == nullptr) return Kind::Absent;
@@ -562,9 +555,6 @@ std::shared_ptr<Archivable> ArchiveValue::decodeObject() const {
     return nullptr;
   }
 }
-
-// ---------------------------------------------------------------------------------------------
-// KeyedUnarchiver
 
 bool KeyedUnarchiver::withArchiveImpl(std::span<const std::uint8_t> data, void (*call)(void*, const ArchiveValue&),
                                       void* ctx) {
