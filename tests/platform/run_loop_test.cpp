@@ -137,6 +137,10 @@ TEST_F(RunLoopTest, LoopOwnsValidTimersAndReleasesInvalidatedOnes) {
   RunLoop::main().runFor(1);
   EXPECT_TRUE(oneShot.expired());  // spent one-shot timers, and what their block holds, are let go
   EXPECT_TRUE(captured.expired());
+
+  std::weak_ptr<Timer> selfStopping = Timer::scheduledTimerWithTimeInterval(1, true, [](Timer& t) { t.invalidate(); });
+  RunLoop::main().runFor(1);
+  EXPECT_TRUE(selfStopping.expired());  // a repeating timer that invalidated itself is not rescheduled
 }
 
 TEST_F(RunLoopTest, PostedTasksRunInOrderIncludingTasksTheyPost) {
