@@ -1,0 +1,96 @@
+#pragma once
+
+// A loopback HTTP server whose every answer a test writes itself, for driving the transport into
+// each of its paths. Header-only so that both net test programs can use it.
+
+#include <httplib.h>
+#include <netinet/in.h>
+#include <sys/socket.h>
+#include <unistd.h>
+
+#include <chrono>
+#include <condition_variable>
+#include <functional>
+#include <mutex>
+#include <string>
+#include <thread>
+#include <vector>
+
+namespace iam::testing {
+
+class TestHttpServer {
+ public:
+  using Handler = std::function<void(const httplib::Request&, httplib::Response&)>;
+
+  explicit TestHttpServer(Handler handler) : handler_(std::move(handler)) {
+    server_.set_keep_alive_timeout(1);
+    server_.Post(".*", [this](const httplib::Request& request, httplib::Response& response) {
+      {
+        std::lock_guard lock(mutex_);
+        received_.push_back(request);
+      }
+      handler_(request, response);
+    });
+    port_ = server_.bind_to_any_port("127.0.0.1");
+    listener_ = std::thread([this] { server_.listen_after_bind(); });
+  }
+
+  ~TestHttpServer() {
+    release();
+    server_.stop();
+    listener_.join();
+  }
+
+  TestHttpServer(const TestHttpServer&) = delete;
+  TestHttpServer& operator=(const TestHttpServer&) = delete;
+
+  std::string baseUrl() const { return "http://127.0.0.1:" + std::to_string(port_); }
+  bool started() const { return port_ > 0; }
+
+  // For handlers: holds the answer until `release` or until `seconds` pass.
+  void holdUntilReleased(double seconds) {
+    std::unique_lock lock(mutex_);
+    released_.wait_for(lock, std::chrono::duration<double>(seconds), [this] { return isReleased_; });
+  }
+  void release() {
+    {
+      std::lock_guard lock(mutex_);
+      isReleased_ = true;
+    }
+    released_.notify_all();
+  }
+
+  std::vector<httplib::Request> received() const {
+    std::lock_guard lock(mutex_);
+    return received_;
+  }
+
+ private:
+  Handler handler_;
+  httplib::Server server_;
+  int port_ = -1;
+  std::thread listener_;
+  mutable std::mutex mutex_;
+  std::condition_variable released_;
+  bool isReleased_ = false;                 // guarded by mutex_
+  std::vector<httplib::Request> received_;  // guarded by mutex_
+};
+
+// A loopback port on which nobody listens, so that connecting is refused.
+inline int refusedPort() {
+  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
+  sockaddr_in address{};
+  address.sin_family = AF_INET;
+  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+  address.sin_port = 0;
+  socklen_t length = sizeof(address);
+  int port = 0;
+  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
+      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
+    port = ntohs(address.sin_port);
+  }
+  ::close(fd);  // bound but never listening: the port stays free and refuses
+  return port;
+}
+
+}  // namespace iam::testing

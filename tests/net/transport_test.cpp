@@ -1,0 +1,393 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+#include <simdjson.h>
+
+#include <atomic>
+#include <thread>
+
+#include "TestHttpServer.h"
+#include "iam/net/OspreyWebService.h"
+#include "iam/platform/Clock.h"
+#include "iam/platform/RunLoop.h"
+
+namespace iam {
+namespace {
+
+using testing::TestHttpServer;
+using Result = std::shared_ptr<ZTOspreyServiceRequestResultInterface>;
+
+std::optional<Data> bytes(std::string_view text) { return Data(text.begin(), text.end()); }
+
+bool transportWindsDown() {
+  return RunLoop::main().runUntil(
+      [] {
+        return OspreyWebService::runningRequestCountForTesting() == 0 &&
+               !OspreyWebService::isTransportThreadRunningForTesting();
+      },
+      5);
+}
+
+class TransportTest : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    EXPECT_TRUE(transportWindsDown());
+    Clock::setCurrent(nullptr);
+  }
+
+  // Executes a request for `method` at `baseUrl` and runs the main loop until its completion.
+  Result call(const std::string& baseUrl, const std::function<void(OspreyServiceRequest&)>& configure = {},
+              std::string_view method = "advertisements", std::optional<Data> body = bytes(R"({"a":1})")) {
+    OspreyWebService service(baseUrl);
+    service.encryptionDetails().setKey("secret-key");
+    service.setVersion("v1");
+    auto request = service.createRequestFor(method, std::move(body));
+    if (!request) {
+      ADD_FAILURE() << "no request for " << baseUrl;
+      return nullptr;
+    }
+    request->httpConfig().setTimeoutInterval(5);
+    if (configure) configure(*request);
+    Result result;
+    int calls = 0;
+    request->setCompletionHandler([&](const Result& r) {
+      result = r;
+      ++calls;
+      completedOnMain_ = RunLoop::main().isMainThread();
+    });
+    auto ticket = service.execute(request);
+    EXPECT_NE(ticket, nullptr);
+    EXPECT_FALSE(ticket->isFinished());
+    EXPECT_TRUE(RunLoop::main().runUntil([&] { return calls > 0; }, 10));
+    EXPECT_TRUE(ticket->isFinished());
+    RunLoop::main().runUntilIdle();
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(completedOnMain_);
+    return result;
+  }
+
+  bool completedOnMain_ = false;
+};
+
+TEST_F(TransportTest, PostsTheBodyWithKeyAndContentTypeToVersionedMethodPath) {
+  TestHttpServer server([](const httplib::Request&, httplib::Response& response) {
+    response.set_content("{}", "application/json");
+  });
+  ASSERT_TRUE(server.started());
+  auto result = call(server.baseUrl() + "/", [](OspreyServiceRequest& request) { request.httpConfig().setEtag("\"t1\""); });
+  ASSERT_TRUE(result);
+  EXPECT_FALSE(result->failed());
+  result = call(server.baseUrl(), {}, "nativeQualityNetwork", std::nullopt);
+  ASSERT_TRUE(result);
+
+  const auto received = server.received();
+  ASSERT_EQ(received.size(), 2u);
+  EXPECT_EQ(received[0].method, "POST");
+  EXPECT_EQ(received[0].path, "/v1/advertisements");
+  EXPECT_EQ(received[0].body, R"({"a":1})");
+  EXPECT_EQ(received[0].get_header_value("Content-Type"), "application/json");
+  EXPECT_EQ(received[0].get_header_value(OspreyWebServiceEncryptionDetails::kDefaultKeyHeaderName), "secret-key");
+  EXPECT_EQ(received[0].get_header_value("If-None-Match"), "\"t1\"");
+  EXPECT_EQ(received[1].path, "/v1/nativeQualityNetwork");
+  EXPECT_EQ(received[1].body, "");
+  EXPECT_FALSE(received[1].has_header("If-None-Match"));
+}
+
+TEST_F(TransportTest, RequestsAreBuiltOnlyForWebAddressesAndPlainMethodNames) {
+  OspreyWebService good("https://service.example.com");
+  auto request = good.createRequestFor("advertisements", std::nullopt);
+  ASSERT_TRUE(request);
+  EXPECT_EQ(request->url(), "https://service.example.com/advertisements");  // no version set
+  good.setVersion("v2");
+  EXPECT_EQ(good.createRequestFor("m", std::nullopt)->url(), "https://service.example.com/v2/m");
+
+  for (const char* method : {"", "a/b", "..", "a b", "a?b", "ad\nverts"}) {
+    EXPECT_EQ(good.createRequestFor(method, std::nullopt), nullptr) << method;
+  }
+  good.setVersion("v/1");
+  EXPECT_EQ(good.createRequestFor("m", std::nullopt), nullptr);
+  for (const char* base : {"", "not a url", "ftp://service.example.com", "https://service.example.com/?q=1",
+                           "mailto:someone@example.com", "file:///tmp"}) {
+    EXPECT_EQ(OspreyWebService(base).createRequestFor("m", std::nullopt), nullptr) << base;
+  }
+  EXPECT_EQ(good.execute(nullptr), nullptr);
+}
+
+TEST_F(TransportTest, ParseHandlerRunsOnTheTransportThreadWithTheAnswerItsTagAndFreshContentInfo) {
+  auto clock = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(1'700'000'000));
+  Clock::setCurrent(clock);
+  TestHttpServer server([](const httplib::Request&, httplib::Response& response) {
+    response.set_header("ETag", "\"abc\"");
+    response.set_content(R"({"name":"answer","n":[1,2,3]})", "application/json");
+  });
+  std::atomic<bool> handlerOnMain{true};
+  std::optional<std::string> seenEtag;
+  long seenStatus = 0;
+  std::shared_ptr<OspreyServiceContentInfo> seenInfo;
+  auto result = call(server.baseUrl(), [&](OspreyServiceRequest& request) {
+    request.setOspreyProcessReceivedDataHandler(
+        [&](const simdjson::dom::element& json, const HttpResponseType& response,
+            const std::shared_ptr<OspreyServiceContentInfo>& info, const ZTCancelledFlag& cancelled) -> std::any {
+          handlerOnMain = RunLoop::main().isMainThread();
+          seenEtag = response.etag();
+          seenStatus = response.statusCode();
+          seenInfo = info;
+          EXPECT_FALSE(cancelled.isCancelled());
+          std::string_view name;
+          if (json["name"].get(name)) return {};
+          return std::make_shared<std::string>(name);
+        });
+  });
+  ASSERT_TRUE(result);
+  EXPECT_FALSE(handlerOnMain);
+  EXPECT_FALSE(result->failed());
+  EXPECT_FALSE(result->error());
+  EXPECT_FALSE(result->contentIsNotModified());
+  ASSERT_TRUE(result->dataAs<std::string>());
+  EXPECT_EQ(*result->dataAs<std::string>(), "answer");
+  EXPECT_EQ(result->dataAs<int>(), nullptr);
+  EXPECT_EQ(seenEtag, "\"abc\"");
+  EXPECT_EQ(seenStatus, 200);
+  ASSERT_TRUE(result->contentInfo());
+  EXPECT_EQ(result->contentInfo(), seenInfo);
+  EXPECT_EQ(result->contentInfo()->localCreatedAt(), clock->now());
+  EXPECT_FALSE(result->contentInfo()->isLocalExpired());
+}
+
+TEST_F(TransportTest, NotModifiedOnlyWhenTheRequestCarriedATag) {
+  auto clock = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(5000));
+  Clock::setCurrent(clock);
+  TestHttpServer server([](const httplib::Request&, httplib::Response& response) { response.status = 304; });
+  bool handlerCalled = false;
+  auto result = call(server.baseUrl(), [&](OspreyServiceRequest& request) {
+    request.httpConfig().setEtag("\"v1\"");
+    request.setOspreyProcessReceivedDataHandler(
+        [&](const simdjson::dom::element&, const HttpResponseType&, const std::shared_ptr<OspreyServiceContentInfo>&,
+            const ZTCancelledFlag&) -> std::any {
+          handlerCalled = true;
+          return {};
+        });
+  });
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->contentIsNotModified());
+  EXPECT_FALSE(result->failed());
+  EXPECT_FALSE(result->data().has_value());
+  ASSERT_TRUE(result->contentInfo());
+  EXPECT_EQ(result->contentInfo()->localCreatedAt(), dateWithTimeIntervalSince1970(5000));
+  EXPECT_FALSE(handlerCalled);
+
+  result = call(server.baseUrl());
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->failed());
+  EXPECT_FALSE(result->contentIsNotModified());
+  EXPECT_EQ(result->error(), "the service answered with HTTP status 304");
+}
+
+TEST_F(TransportTest, BadAnswersBecomeFailuresSayingWhatWasWrong) {
+  struct Case {
+    int status;
+    std::string body;
+    std::string error;
+  };
+  const std::vector<Case> cases = {
+      {500, R"({"error":"boom"})", "the service answered with HTTP status 500"},
+      {404, "", "the service answered with HTTP status 404"},
+      {401, "", "the service refused the request's key (HTTP status 401)"},
+      {302, "", "the service answered with HTTP status 302"},
+      {200, "", "the service's answer is empty"},
+      {200, "[1,2]", "the service's answer is not a JSON object"},
+      {200, "\"text\"", "the service's answer is not a JSON object"},
+      {200, "{\"a\":", "the service's answer is not valid JSON"},
+      {200, "<html>", "the service's answer is not valid JSON"},
+  };
+  std::mutex mutex;
+  Case current;
+  TestHttpServer server([&](const httplib::Request&, httplib::Response& response) {
+    std::lock_guard lock(mutex);
+    response.status = current.status;
+    if (current.status == 302) response.set_header("Location", "http://127.0.0.1:1/elsewhere");
+    if (!current.body.empty()) response.set_content(current.body, "application/json");
+  });
+  for (const auto& c : cases) {
+    {
+      std::lock_guard lock(mutex);
+      current = c;
+    }
+    int handlerCalls = 0;
+    auto result = call(server.baseUrl(), [&](OspreyServiceRequest& request) {
+      request.setOspreyProcessReceivedDataHandler(
+          [&](const simdjson::dom::element&, const HttpResponseType&, const std::shared_ptr<OspreyServiceContentInfo>&,
+              const ZTCancelledFlag&) -> std::any { return ++handlerCalls; });
+    });
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(result->failed()) << c.body;
+    ASSERT_TRUE(result->error());
+    EXPECT_TRUE(result->error()->starts_with(c.error)) << *result->error();
+    EXPECT_FALSE(result->data().has_value());
+    EXPECT_FALSE(result->contentInfo());
+    EXPECT_EQ(handlerCalls, 0);
+  }
+}
+
+TEST_F(TransportTest, AnswersOverTheSizeLimitAreRefusedWhetherOrNotTheirLengthIsAnnounced) {
+  const std::string big = "{\"p\":\"" + std::string(3000, 'x') + "\"}";
+  TestHttpServer server([&](const httplib::Request& request, httplib::Response& response) {
+    if (request.path.ends_with("chunked")) {
+      response.set_chunked_content_provider("application/json", [&](size_t, httplib::DataSink& sink) {
+        for (size_t i = 0; i < big.size(); i += 500) sink.write(big.data() + i, std::min<size_t>(500, big.size() - i));
+        sink.done();
+        return true;
+      });
+    } else {
+      response.set_content(big, "application/json");
+    }
+  });
+  for (const char* method : {"announced", "chunked"}) {
+    auto result = call(server.baseUrl(), [](OspreyServiceRequest& r) { r.httpConfig().setMaximumBodySize(1000); },
+                       method);
+    ASSERT_TRUE(result);
+    EXPECT_TRUE(result->failed()) << method;
+    EXPECT_EQ(result->error(), "the service's answer is larger than the limit of 1000 bytes");
+  }
+  auto result = call(server.baseUrl(), [&](OspreyServiceRequest& r) { r.httpConfig().setMaximumBodySize(big.size()); });
+  ASSERT_TRUE(result);
+  EXPECT_FALSE(result->failed());
+}
+
+TEST_F(TransportTest, TimeOutsAndRefusedConnectionsFailWithoutHanging) {
+  TestHttpServer server([&](const httplib::Request&, httplib::Response& response) {
+    server.holdUntilReleased(30);
+    response.set_content("{}", "application/json");
+  });
+  const auto started = std::chrono::steady_clock::now();
+  auto result = call(server.baseUrl(), [](OspreyServiceRequest& r) { r.httpConfig().setTimeoutInterval(0.3); });
+  const auto waited = std::chrono::steady_clock::now() - started;
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->failed());
+  EXPECT_EQ(result->error(), "the request timed out after 0.3 seconds");
+  EXPECT_LT(waited, std::chrono::seconds(5));
+  server.release();
+
+  const int port = testing::refusedPort();
+  ASSERT_GT(port, 0);
+  result = call("http://127.0.0.1:" + std::to_string(port));
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->failed());
+  ASSERT_TRUE(result->error());
+  EXPECT_TRUE(result->error()->starts_with("could not connect to the service")) << *result->error();
+}
+
+TEST_F(TransportTest, AHandlerThatUnderstandsNothingLeavesNoDataAndOneThatThrowsFails) {
+  TestHttpServer server([](const httplib::Request&, httplib::Response& response) {
+    response.set_content(R"({"x":1})", "application/json");
+  });
+  auto result = call(server.baseUrl(), [](OspreyServiceRequest& r) {
+    r.setOspreyProcessReceivedDataHandler([](const simdjson::dom::element&, const HttpResponseType&,
+                                             const std::shared_ptr<OspreyServiceContentInfo>&,
+                                             const ZTCancelledFlag&) -> std::any { return {}; });
+  });
+  ASSERT_TRUE(result);
+  EXPECT_FALSE(result->failed());
+  EXPECT_FALSE(result->data().has_value());
+  EXPECT_TRUE(result->contentInfo());
+  EXPECT_EQ(result->error(), "the service's answer was not understood");
+
+  result = call(server.baseUrl(), [](OspreyServiceRequest& r) {
+    r.setOspreyProcessReceivedDataHandler([](const simdjson::dom::element&, const HttpResponseType&,
+                                             const std::shared_ptr<OspreyServiceContentInfo>&,
+                                             const ZTCancelledFlag&) -> std::any { throw std::runtime_error("bad"); });
+  });
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->failed());
+  EXPECT_EQ(result->error(), "reading the service's answer failed (bad)");
+}
+
+TEST_F(TransportTest, CancelledRequestsNeverCompleteAndFreeTheTransport) {
+  TestHttpServer server([&](const httplib::Request&, httplib::Response& response) {
+    server.holdUntilReleased(30);
+    response.set_content("{}", "application/json");
+  });
+  OspreyWebService service(server.baseUrl());
+  auto request = service.createRequestFor("m", std::nullopt);
+  int calls = 0;
+  auto captured = std::make_shared<int>(0);
+  std::weak_ptr<int> capturedWeak = captured;
+  request->setCompletionHandler([&calls, captured](const Result&) { ++calls; });
+  captured.reset();
+  auto ticket = service.execute(request);
+  request.reset();  // the transport keeps what it needs
+  ASSERT_TRUE(ticket);
+  auto second = service.createRequestFor("m", std::nullopt);
+  second->setCompletionHandler([&calls](const Result&) { ++calls; });
+  auto secondTicket = service.execute(second);
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return server.received().size() == 2; }, 10));
+  EXPECT_EQ(OspreyWebService::runningRequestCountForTesting(), 2u);
+  ticket->cancel();
+  secondTicket->cancel();
+  EXPECT_TRUE(ticket->isFinished());
+  EXPECT_TRUE(transportWindsDown());
+  server.release();
+  RunLoop::main().runUntilIdle();
+  EXPECT_EQ(calls, 0);
+  EXPECT_TRUE(capturedWeak.expired());
+  secondTicket->cancel();  // harmless once finished
+}
+
+TEST_F(TransportTest, SeveralRequestsRunAtOnceAndTheThreadComesBackAfterWindingDown) {
+  constexpr int kRequests = 4;
+  std::mutex mutex;
+  std::condition_variable allArrived;
+  int arrived = 0;
+  // Each answer waits until every request has arrived, which only happens when they run at once.
+  TestHttpServer server([&](const httplib::Request& request, httplib::Response& response) {
+    std::unique_lock lock(mutex);
+    ++arrived;
+    allArrived.notify_all();
+    const bool together = allArrived.wait_for(lock, std::chrono::seconds(4), [&] { return arrived >= kRequests; });
+    response.status = together ? 200 : 503;
+    response.set_content("{\"path\":\"" + request.path + "\"}", "application/json");
+  });
+  for (int round = 0; round < 2; ++round) {
+    {
+      std::lock_guard lock(mutex);
+      arrived = 0;
+    }
+    OspreyWebService service(server.baseUrl());
+    std::vector<Result> results(kRequests);
+    std::vector<std::shared_ptr<RequestTicketType>> tickets;
+    for (int i = 0; i < kRequests; ++i) {
+      auto request = service.createRequestFor("m" + std::to_string(i), std::nullopt);
+      request->setCompletionHandler([&results, i](const Result& r) { results[i] = r; });
+      tickets.push_back(service.execute(request));
+    }
+    ASSERT_TRUE(RunLoop::main().runUntil(
+        [&] { return std::all_of(results.begin(), results.end(), [](const Result& r) { return r != nullptr; }); }, 15));
+    for (const auto& result : results) EXPECT_FALSE(result->failed()) << result->error().value_or("");
+    for (const auto& ticket : tickets) EXPECT_TRUE(ticket->isFinished());
+    EXPECT_TRUE(transportWindsDown());
+  }
+}
+
+TEST_F(TransportTest, ARequestWithoutCompletionStillRunsAndFinishes) {
+  TestHttpServer server([](const httplib::Request&, httplib::Response& response) {
+    response.set_content("{}", "application/json");
+  });
+  OspreyWebService service(server.baseUrl());
+  auto ticket = service.execute(service.createRequestFor("m", std::nullopt));
+  ASSERT_TRUE(ticket);
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return ticket->isFinished(); }, 10));
+  EXPECT_EQ(server.received().size(), 1u);
+}
+
+TEST(ZTDataTest, WritesCompactJsonAndRefusesTextThatIsNotUtf8) {
+  const auto data = ztData(nlohmann::json{{"boughtAdFree", false}, {"n", 1}}, 0);
+  ASSERT_TRUE(data);
+  EXPECT_EQ(std::string(data->begin(), data->end()), R"({"boughtAdFree":false,"n":1})");
+  const auto pretty = ztData(nlohmann::json{{"a", 1}}, ZTJSONWritingOptionsPrettyPrinted);
+  ASSERT_TRUE(pretty);
+  EXPECT_NE(std::string(pretty->begin(), pretty->end()).find('\n'), std::string::npos);
+  EXPECT_FALSE(ztData(nlohmann::json{{"bad", std::string("\xff\xfe")}}, 0));
+}
+
+}  // namespace
+}  // namespace iam
