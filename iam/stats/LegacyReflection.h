@@ -1,0 +1,344 @@
+#pragma once
+
+// Field-by-field archiving. An archivable record lists its fields once, in a table of descriptors
+// (name with the leading underscore, type code, read, write); the facility encodes every field
+// under its own name by its type code and decodes them back the same way. Fields that cannot be
+// encoded are named in the archive's excluded list, so that decoding skips them quietly.
+//
+// Type codes follow the runtime's encoding: '@' object, 'B' bool, 'c'/'C' 8-bit, 's'/'S' 16-bit,
+// 'i'/'I' 32-bit, 'l'/'L' and 'q'/'Q' 64-bit integers, 'f' float, 'd' double, '{' a plain
+// structure ("{Name=dd}"), stored as its raw bytes. Anything else is not archived.
+//
+// A record class:
+//   class Rec final : public LegacyReflectable, public Archivable {
+//     static const LegacyClass& legacyClass() {
+//       static constexpr LegacyIvar kIvars[] = {legacyIvar<&Rec::count_>("_count", "q"), ...};
+//       static const LegacyClass kClass{"Rec", &LegacyReflectable::legacyClass(), kIvars};
+//       return kClass;
+//     }
+//     const LegacyClass& legacyReflectedClass() const override { return legacyClass(); }
+//   };
+// Field reads and writes made by the facility hold the object's `fieldsMutex()`; a record guards
+// its own accessors with the same mutex, so an archive may be written while other threads update
+// the record. A field must not refer back to its own object.
+
+#include <chrono>
+#include <cstdint>
+#include <cstring>
+#include <limits>
+#include <map>
+#include <memory>
+#include <mutex>
+#include <optional>
+#include <span>
+#include <string>
+#include <string_view>
+#include <type_traits>
+#include <typeinfo>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+#include "iam/platform/Date.h"
+#include "iam/platform/KeyedArchive.h"
+#include "iam/stats/LegacyValue.h"
+
+namespace iam {
+
+class LegacyReflectable;
+
+// One field: what the runtime's field list would tell about it, plus how to read and write it.
+struct LegacyIvar {
+  std::string_view name;
+  std::string_view typeEncoding;
+  LegacyValue (*read)(const LegacyReflectable& object);
+  // False when the value does not fit the field (the field is left as it was).
+  bool (*write)(LegacyReflectable& object, const LegacyValue& value);
+};
+
+// A class: its own fields and its base class. The root class has no base and no fields.
+struct LegacyClass {
+  std::string_view name;
+  const LegacyClass* superclass;
+  std::span<const LegacyIvar> ivars;
+
+  // Searches this class, then its bases.
+  const LegacyIvar* ivarNamed(std::string_view ivarName) const;
+};
+
+// The root of every class archived field by field.
+class LegacyReflectable {
+ public:
+  virtual ~LegacyReflectable() = default;
+
+  static const LegacyClass& legacyClass();
+  virtual const LegacyClass& legacyReflectedClass() const { return legacyClass(); }
+
+  // Instance forms of the class-level operations of `LegacyReflection`.
+  void automatedEncodeWithEncoder(KeyedArchiver& encoder) const;
+  void automatedEncodeWithEncoder(KeyedArchiver& encoder, const std::vector<std::string>& exludeIvars) const;
+  void automatedDecodeWithDecoder(const KeyedUnarchiver& decoder);
+  std::map<std::string, LegacyValue> getIvarsWithValues() const;
+
+  // Guards the fields of the derived class.
+  std::mutex& fieldsMutex() const { return fieldsMutex_; }
+
+ protected:
+  LegacyReflectable() = default;
+  LegacyReflectable(const LegacyReflectable&) = delete;
+  LegacyReflectable& operator=(const LegacyReflectable&) = delete;
+
+ private:
+  mutable std::mutex fieldsMutex_;
+};
+
+// The class-level operations. None of them throws; every problem is a warning through
+// `LogBridge` and the affected field is skipped or left at its initial value.
+class LegacyReflection {
+ public:
+  // The excluded list's archive key.
+  static constexpr std::string_view kExcludedIvarsKey = "NSObject+Reflection_excludedIvars";
+  static constexpr std::string_view kLogFile = "InAppMarketing/source/Logic/Stats/Legacy/NSObject/NSObject+LegacyReflection";
+
+  static void automatedEncodeWithObject(const LegacyReflectable& object, KeyedArchiver& encoder);
+  static void automatedEncodeWithObject(const LegacyReflectable& object, KeyedArchiver& encoder,
+                                        const std::vector<std::string>& exludeIvars);
+  static void automatedDecodeWithObject(LegacyReflectable& object, const KeyedUnarchiver& decoder);
+
+  // One field; `excluded` is set when the field must go on the excluded list.
+  static void encodeValueWithKey(std::string_view key, std::string_view typeEncoding, const LegacyReflectable& object,
+                                 KeyedArchiver& encoder, bool& excluded);
+  static void decodeValueWithKey(std::string_view key, std::string_view typeEncoding, LegacyReflectable& object,
+                                 const KeyedUnarchiver& decoder);
+
+  // Field name to type code, the class's own fields and those of its bases (not the root's).
+  static std::unordered_map<std::string, std::string> getIvarsWithTypeEncodingForClass(const LegacyClass& cls);
+  // Field name to current value, for diagnostics; fields holding none are left out.
+  static std::map<std::string, LegacyValue> getIvarsWithValuesWithObject(const LegacyReflectable& object);
+
+  // The structure field's bytes, as many as the type code says; none when the code is not a
+  // readable structure or the field is not a structure of at least that size.
+  static std::optional<Data> getDataFromStructWithObject(const LegacyReflectable& object, std::string_view key,
+                                                         std::string_view typeEncoding);
+  // A boxed structure; none when the bytes do not have the size the type code says.
+  static std::optional<LegacyValue> getValueFromData(std::span<const std::uint8_t> data, std::string_view typeEncoding);
+
+  // Size and alignment of a type code on a 64-bit target; none for an unreadable code.
+  static std::optional<std::pair<std::size_t, std::size_t>> sizeAndAlignmentOfTypeEncoding(std::string_view typeEncoding);
+};
+
+// Boxing between a C++ field type and `LegacyValue`. Specialised below for the field types the
+// records use; a field of any other type does not compile into a table.
+template <class T, class Enable = void>
+struct LegacyBox;
+
+namespace legacy_detail {
+
+template <class T>
+T numberAs(const LegacyValue::Number& n) {
+  if constexpr (std::is_same_v<T, bool>) {
+    return n.boolValue();
+  } else if constexpr (std::is_floating_point_v<T>) {
+    return static_cast<T>(n.doubleValue());
+  } else if constexpr (std::is_signed_v<T>) {
+    const std::int64_t v = n.int64Value();
+    if (v < static_cast<std::int64_t>(std::numeric_limits<T>::min())) return std::numeric_limits<T>::min();
+    if (v > static_cast<std::int64_t>(std::numeric_limits<T>::max())) return std::numeric_limits<T>::max();
+    return static_cast<T>(v);
+  } else {
+    const std::uint64_t v = n.uint64Value();
+    if (v > static_cast<std::uint64_t>(std::numeric_limits<T>::max())) return std::numeric_limits<T>::max();
+    return static_cast<T>(v);
+  }
+}
+
+template <class T>
+constexpr char typeCodeOf() {
+  if constexpr (std::is_same_v<T, bool>) return 'B';
+  else if constexpr (std::is_same_v<T, float>) return 'f';
+  else if constexpr (std::is_same_v<T, double> || std::is_same_v<T, long double>) return 'd';
+  else if constexpr (sizeof(T) == 1) return std::is_signed_v<T> ? 'c' : 'C';
+  else if constexpr (sizeof(T) == 2) return std::is_signed_v<T> ? 's' : 'S';
+  else if constexpr (sizeof(T) == 4) return std::is_signed_v<T> ? 'i' : 'I';
+  else return std::is_signed_v<T> ? 'q' : 'Q';
+}
+
+// Structures archived as raw bytes; standard types with a box of their own are not among them.
+template <class T>
+struct IsPlainStruct
+    : std::bool_constant<std::is_class_v<T> && std::is_trivially_copyable_v<T> && std::is_standard_layout_v<T>> {};
+template <class T>
+struct IsPlainStruct<std::optional<T>> : std::false_type {};
+template <class C, class D>
+struct IsPlainStruct<std::chrono::time_point<C, D>> : std::false_type {};
+
+template <class M>
+struct MemberTraits;
+template <class C, class F>
+struct MemberTraits<F C::*> {
+  using Class = C;
+  using Field = F;
+};
+
+}  // namespace legacy_detail
+
+// Scalars (and enumerations, by their underlying type) box into numbers.
+template <class T>
+struct LegacyBox<T, std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T>>> {
+  using Scalar = typename std::conditional_t<std::is_enum_v<T>, std::underlying_type<T>, std::type_identity<T>>::type;
+  static LegacyValue box(const T& field) {
+    const auto v = static_cast<Scalar>(field);
+    constexpr char code = legacy_detail::typeCodeOf<Scalar>();
+    if constexpr (std::is_floating_point_v<Scalar>) return LegacyValue::Number::fromFloating(code, v);
+    else if constexpr (std::is_same_v<Scalar, bool> || std::is_signed_v<Scalar>) return LegacyValue::Number::fromSigned(code, v);
+    else return LegacyValue::Number::fromUnsigned(code, v);
+  }
+  static bool unbox(const LegacyValue& value, T& field) {
+    const auto* n = value.get<LegacyValue::Number>();
+    if (n == nullptr) return false;
+    field = static_cast<T>(legacy_detail::numberAs<Scalar>(*n));
+    return true;
+  }
+};
+
+template <>
+struct LegacyBox<std::string> {
+  static LegacyValue box(const std::string& field) { return field; }
+  static bool unbox(const LegacyValue& value, std::string& field) {
+    if (value.isNone()) {
+      field.clear();
+      return true;
+    }
+    const auto* s = value.get<std::string>();
+    if (s == nullptr) return false;
+    field = *s;
+    return true;
+  }
+};
+
+template <>
+struct LegacyBox<Date> {
+  static LegacyValue box(const Date& field) { return field; }
+  static bool unbox(const LegacyValue& value, Date& field) {
+    const auto* d = value.get<Date>();
+    if (d == nullptr) return false;
+    field = *d;
+    return true;
+  }
+};
+
+// Optional strings and dates: none boxes to none.
+template <class T>
+struct LegacyBox<std::optional<T>, std::enable_if_t<std::is_same_v<T, std::string> || std::is_same_v<T, Date>>> {
+  static LegacyValue box(const std::optional<T>& field) { return field ? LegacyValue(*field) : LegacyValue(); }
+  static bool unbox(const LegacyValue& value, std::optional<T>& field) {
+    if (value.isNone()) {
+      field.reset();
+      return true;
+    }
+    const auto* v = value.get<T>();
+    if (v == nullptr) return false;
+    field = *v;
+    return true;
+  }
+};
+
+// Object references: archivable ones box as themselves, others as an unarchivable object.
+template <class T>
+struct LegacyBox<std::shared_ptr<T>> {
+  static LegacyValue box(const std::shared_ptr<T>& field) {
+    if (!field) return {};
+    if constexpr (std::is_base_of_v<Archivable, T>) {
+      return std::shared_ptr<Archivable>(std::const_pointer_cast<std::remove_const_t<T>>(field));
+    } else {
+      return LegacyValue::Unarchivable{typeid(T).name()};
+    }
+  }
+  static bool unbox(const LegacyValue& value, std::shared_ptr<T>& field) {
+    if (value.isNone()) {
+      field.reset();
+      return true;
+    }
+    if constexpr (std::is_base_of_v<Archivable, T>) {
+      const auto* object = value.get<std::shared_ptr<Archivable>>();
+      if (object == nullptr) return false;
+      auto typed = std::dynamic_pointer_cast<T>(*object);
+      if (!typed) return false;
+      field = std::move(typed);
+      return true;
+    } else {
+      return false;
+    }
+  }
+};
+
+// Maps of archivable records, keyed by text. None decodes to an empty map.
+template <class T>
+struct LegacyBox<std::map<std::string, std::shared_ptr<T>>, std::enable_if_t<std::is_base_of_v<Archivable, T>>> {
+  using Map = std::map<std::string, std::shared_ptr<T>>;
+  static LegacyValue box(const Map& field) {
+    LegacyValue::ObjectMap out;
+    for (const auto& [k, v] : field) out.emplace_hint(out.end(), k, v);
+    return out;
+  }
+  static bool unbox(const LegacyValue& value, Map& field) {
+    if (value.isNone()) {
+      field.clear();
+      return true;
+    }
+    const auto* objects = value.get<LegacyValue::ObjectMap>();
+    if (objects == nullptr) return false;
+    Map typed;
+    for (const auto& [k, v] : *objects) {
+      auto t = std::dynamic_pointer_cast<T>(v);
+      if (!t) return false;
+      typed.emplace_hint(typed.end(), k, std::move(t));
+    }
+    field = std::move(typed);
+    return true;
+  }
+};
+
+// Plain structures box as their raw bytes and are restored byte for byte.
+template <class T>
+struct LegacyBox<T, std::enable_if_t<legacy_detail::IsPlainStruct<T>::value>> {
+  static LegacyValue box(const T& field) {
+    Data bytes(sizeof(T));
+    std::memcpy(bytes.data(), &field, sizeof(T));
+    return LegacyValue::StructValue{{}, std::move(bytes)};
+  }
+  static bool unbox(const LegacyValue& value, T& field) {
+    const auto* s = value.get<LegacyValue::StructValue>();
+    if (s == nullptr || s->bytes.size() != sizeof(T)) return false;
+    std::memcpy(&field, s->bytes.data(), sizeof(T));
+    return true;
+  }
+};
+
+// Raw pointers can be listed (type code '^...') but are never archived.
+template <class T>
+struct LegacyBox<T*> {
+  static LegacyValue box(T* field) {
+    if (field == nullptr) return {};
+    return LegacyValue::Unarchivable{typeid(T*).name()};
+  }
+  static bool unbox(const LegacyValue&, T*&) { return false; }
+};
+
+// The descriptor of field `Member`, read and written through `LegacyBox` of its type.
+template <auto Member>
+constexpr LegacyIvar legacyIvar(std::string_view name, std::string_view typeEncoding) {
+  using Traits = legacy_detail::MemberTraits<decltype(Member)>;
+  using C = typename Traits::Class;
+  using F = typename Traits::Field;
+  return LegacyIvar{
+      name, typeEncoding,
+      [](const LegacyReflectable& object) -> LegacyValue {
+        return LegacyBox<F>::box(static_cast<const C&>(object).*Member);
+      },
+      [](LegacyReflectable& object, const LegacyValue& value) -> bool {
+        return LegacyBox<F>::unbox(value, static_cast<C&>(object).*Member);
+      }};
+}
+
+}  // namespace iam

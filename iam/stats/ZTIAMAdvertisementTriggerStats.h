@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "iam/platform/Date.h"
+#include "iam/platform/KeyedArchive.h"
+#include "iam/stats/LegacyReflection.h"
+
+namespace iam {
+
+// How often one trigger of an advertisement fired. Owned by its advertisement's record, under the
+// trigger's id; the id itself is never filled in (the map key carries it), but the field stays
+// part of the archive form. Thread-safe: accessors and archiving share the record's mutex.
+class ZTIAMAdvertisementTriggerStats final : public LegacyReflectable, public Archivable {
+ public:
+  static constexpr std::string_view kArchiveClassName = "ZTIAMAdvertisementTriggerStats";
+
+  // Count 0, no id, no occurrence.
+  ZTIAMAdvertisementTriggerStats() = default;
+
+  std::optional<std::string> triggerId() const;
+  std::int64_t count() const;
+  std::optional<Date> mostRecentOccurrence() const;
+
+  // Count + 1, most recent occurrence = now.
+  void incrementCount();
+
+  static const LegacyClass& legacyClass();
+  const LegacyClass& legacyReflectedClass() const override { return legacyClass(); }
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  static std::shared_ptr<ZTIAMAdvertisementTriggerStats> initWithCoder(const KeyedUnarchiver& coder);
+
+ private:
+  // Guarded by fieldsMutex().
+  std::optional<std::string> triggerId_;
+  std::int64_t count_ = 0;
+  std::optional<Date> mostRecentOccurrence_;
+};
+
+// What hosts and delegates see of a trigger record.
+using ZTIAMAdvertisementTriggerStatsInterface = const ZTIAMAdvertisementTriggerStats;
+
+}  // namespace iam

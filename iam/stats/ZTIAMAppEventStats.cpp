@@ -1,0 +1,56 @@
+#include "iam/stats/ZTIAMAppEventStats.h"
+
+#include <utility>
+
+#include "iam/platform/Clock.h"
+
+namespace iam {
+
+IAM_REGISTER_ARCHIVABLE(ZTIAMAppEventStats);
+
+const LegacyClass& ZTIAMAppEventStats::legacyClass() {
+  using T = ZTIAMAppEventStats;
+  static constexpr LegacyIvar kIvars[] = {
+      legacyIvar<&T::eventKey_>("_eventKey", "@\"NSString\""),
+      legacyIvar<&T::count_>("_count", "q"),
+      legacyIvar<&T::mostRecentOccurrence_>("_mostRecentOccurrence", "@\"NSDate\""),
+  };
+  static const LegacyClass kClass{kArchiveClassName, &LegacyReflectable::legacyClass(), kIvars};
+  return kClass;
+}
+
+std::string ZTIAMAppEventStats::eventKey() const {
+  std::lock_guard lock(fieldsMutex());
+  return eventKey_;
+}
+
+void ZTIAMAppEventStats::setEventKey(std::string eventKey) {
+  std::lock_guard lock(fieldsMutex());
+  eventKey_ = std::move(eventKey);
+}
+
+std::int64_t ZTIAMAppEventStats::count() const {
+  std::lock_guard lock(fieldsMutex());
+  return count_;
+}
+
+std::optional<Date> ZTIAMAppEventStats::mostRecentOccurrence() const {
+  std::lock_guard lock(fieldsMutex());
+  return mostRecentOccurrence_;
+}
+
+void ZTIAMAppEventStats::incrementCount() {
+  std::lock_guard lock(fieldsMutex());
+  ++count_;
+  mostRecentOccurrence_ = Clock::currentDate();
+}
+
+void ZTIAMAppEventStats::encodeWithCoder(KeyedArchiver& coder) const { automatedEncodeWithEncoder(coder); }
+
+std::shared_ptr<ZTIAMAppEventStats> ZTIAMAppEventStats::initWithCoder(const KeyedUnarchiver& coder) {
+  auto record = std::make_shared<ZTIAMAppEventStats>();
+  record->automatedDecodeWithDecoder(coder);
+  return record;
+}
+
+}  // namespace iam

@@ -1,0 +1,48 @@
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <optional>
+#include <string>
+#include <string_view>
+
+#include "iam/platform/Date.h"
+#include "iam/platform/KeyedArchive.h"
+#include "iam/stats/LegacyReflection.h"
+
+namespace iam {
+
+// How often the host reported one app event. Owned by the statistics store; shared with the
+// validity rules. Thread-safe: accessors and archiving share the record's mutex.
+class ZTIAMAppEventStats final : public LegacyReflectable, public Archivable {
+ public:
+  static constexpr std::string_view kArchiveClassName = "ZTIAMAppEventStats";
+
+  // Count 0, empty key, no occurrence; the store sets the key right after.
+  ZTIAMAppEventStats() = default;
+
+  std::string eventKey() const;
+  void setEventKey(std::string eventKey);
+  std::int64_t count() const;
+  std::optional<Date> mostRecentOccurrence() const;
+
+  // Count + 1, most recent occurrence = now.
+  void incrementCount();
+
+  static const LegacyClass& legacyClass();
+  const LegacyClass& legacyReflectedClass() const override { return legacyClass(); }
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& coder) const override;
+  static std::shared_ptr<ZTIAMAppEventStats> initWithCoder(const KeyedUnarchiver& coder);
+
+ private:
+  // Guarded by fieldsMutex().
+  std::string eventKey_;
+  std::int64_t count_ = 0;
+  std::optional<Date> mostRecentOccurrence_;
+};
+
+// What hosts and delegates see of an app event record.
+using ZTIAMAppEventStatsInterface = const ZTIAMAppEventStats;
+
+}  // namespace iam

@@ -1,0 +1,86 @@
+#pragma once
+
+#include <map>
+#include <memory>
+#include <mutex>
+#include <string>
+#include <string_view>
+
+#include "iam/model/AdvertisementTrigger.h"
+#include "iam/stats/ZTIAMAdvertisementEvent.h"
+#include "iam/stats/ZTIAMAdvertisementStats.h"
+#include "iam/stats/ZTIAMAppEventStats.h"
+#include "iam/stats/ZTIAMStatsGetterHelper.h"
+#include "iam/support/LegacyZTBackgroundQueue.h"
+
+namespace iam {
+
+// The statistics store: every advertisement record and app event record, in two maps, loaded from
+// the standard preferences store when it is made and written back whole after every change.
+//
+// Threads: used from the event-evaluation thread and the main thread at once. A counted event is
+// in memory when its call returns; the call then queues a save of the whole map on the store's
+// own serial queue ("ZTIAMStatsHelper") and does not wait for the disk. Each save reads the map
+// as it stands when the save runs; saves run one at a time, in the order they were queued. Look-ups
+// add records without saving; the next save of their map persists them.
+//
+// Destruction waits for the saves already queued, so nothing counted is lost.
+class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
+ public:
+  static constexpr std::string_view kAdvertisementStatsKey = "ZTInAppMarketingManager_AdvertisementStats";
+  static constexpr std::string_view kGlobalAppEventStatsKey = "ZTInAppMarketingManager_GlobalAppEventStats";
+  static constexpr std::string_view kQueueUniqueId = "ZTIAMStatsHelper";
+  static constexpr std::string_view kLogFile = "InAppMarketing/source/Logic/Stats/_ZTIAMStatsHelper";
+
+  using AdvertisementStatsMap = std::map<std::string, std::shared_ptr<ZTIAMAdvertisementStats>>;
+  using AppEventStatsMap = std::map<std::string, std::shared_ptr<ZTIAMAppEventStats>>;
+
+  // Loads both maps (empty when nothing readable is stored).
+  ZTIAMStatsHelper();
+  ~ZTIAMStatsHelper() override;
+  ZTIAMStatsHelper(const ZTIAMStatsHelper&) = delete;
+  ZTIAMStatsHelper& operator=(const ZTIAMStatsHelper&) = delete;
+
+  std::shared_ptr<ZTIAMAdvertisementStats> getAdvertisementStatsByAdvertisementId(
+      const std::string& advertisementId) override;
+  std::shared_ptr<ZTIAMAppEventStats> getAppEventStatsByEventKey(const std::string& eventKey) override;
+
+  // Count on the record of the event's advertisement, then save the advertisement map. An event
+  // without an advertisement is not counted.
+  void handleAdvertisementImpression(const ZTIAMAdvertisementEvent& event);
+  void handleAdvertisementClick(const ZTIAMAdvertisementEvent& event);
+  void handleAdvertisementDismiss(const ZTIAMAdvertisementEvent& event);
+  void handleAdvertisementPostpone(const ZTIAMAdvertisementEvent& event);
+  // Counts a firing on the record of the trigger's advertisement, then saves the advertisement
+  // map. A trigger whose advertisement is gone is not counted.
+  void handleTriggerFired(const AdvertisementTriggerType& trigger);
+  // Counts the event, then saves the app event map.
+  void handleAppEventWithKey(const std::string& eventKey);
+  // Empties both maps and saves them empty.
+  void resetAllStats();
+
+  // Replace the in-memory map by the stored one.
+  void loadAdvertisementStats();
+  void loadGlobalAppEventStats();
+  // Queue a save of the whole map.
+  void saveAdvertisementStats();
+  void saveGlobalAppEventStats();
+
+  // Snapshots of the maps (the records themselves are shared).
+  AdvertisementStatsMap advertisementStats() const;
+  AppEventStatsMap globalAppEventStats() const;
+
+  // Blocks until every save queued so far has been written.
+  void waitUntilSavesAreFinished();
+
+ private:
+  void countAdvertisementEvent(const ZTIAMAdvertisementEvent& event, void (ZTIAMAdvertisementStats::*handle)());
+
+  mutable std::mutex mutex_;
+  AdvertisementStatsMap advertisementStats_;  // guarded by mutex_
+  AppEventStatsMap globalAppEventStats_;      // guarded by mutex_
+  // Constant after construction. Its tasks use `this`; the destructor drains it first.
+  const std::unique_ptr<LegacyZTBackgroundQueue> queue_;
+};
+
+}  // namespace iam
