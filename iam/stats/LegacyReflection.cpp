@@ -134,7 +134,7 @@ bool encodeObjectValue(const LegacyValue& value, std::string_view key, KeyedArch
     if (n->objCType == 'B') {
       encoder.encodeBool(n->boolValue(), key);
     } else if (n->objCType == 'f') {
-      encoder.encodeFloat(static_cast<float>(n->floatingValue), key);
+      encoder.encodeFloat(legacy_detail::toFloat(n->floatingValue), key);
     } else if (n->isFloating()) {
       encoder.encodeDouble(n->floatingValue, key);
     } else if (n->isUnsigned()) {
@@ -175,7 +175,7 @@ LegacyValue::Number numberOfType(char code, const LegacyValue::Number& n) {
     case 'I': return N::fromUnsigned('I', legacy_detail::numberAs<std::uint32_t>(n));
     case 'L':
     case 'Q': return N::fromUnsigned(code, n.uint64Value());
-    case 'f': return N::fromFloating('f', static_cast<float>(n.doubleValue()));
+    case 'f': return N::fromFloating('f', legacy_detail::toFloat(n.doubleValue()));
     default: return N::fromFloating('d', n.doubleValue());
   }
 }

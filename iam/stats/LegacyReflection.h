@@ -134,10 +134,19 @@ struct LegacyBox;
 
 namespace legacy_detail {
 
+// Out-of-range doubles become infinities, as the hardware rounds them, without the undefined cast.
+inline float toFloat(double d) {
+  if (d > static_cast<double>(std::numeric_limits<float>::max())) return std::numeric_limits<float>::infinity();
+  if (d < -static_cast<double>(std::numeric_limits<float>::max())) return -std::numeric_limits<float>::infinity();
+  return static_cast<float>(d);
+}
+
 template <class T>
 T numberAs(const LegacyValue::Number& n) {
   if constexpr (std::is_same_v<T, bool>) {
     return n.boolValue();
+  } else if constexpr (std::is_same_v<T, float>) {
+    return toFloat(n.doubleValue());
   } else if constexpr (std::is_floating_point_v<T>) {
     return static_cast<T>(n.doubleValue());
   } else if constexpr (std::is_signed_v<T>) {

@@ -1,0 +1,293 @@
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <any>
+#include <atomic>
+#include <chrono>
+#include <condition_variable>
+#include <memory>
+#include <mutex>
+#include <stdexcept>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "iam/platform/LogBridge.h"
+#include "iam/platform/RunLoop.h"
+#include "iam/platform/ZTDispatchTools.h"
+#include "iam/support/LegacyZTBackgroundQueue.h"
+#include "iam/support/LegacyZTCancelableOperation.h"
+#include "iam/support/OperationQueue.h"
+
+namespace iam {
+namespace {
+
+// A one-shot gate that a work block can wait on while the test decides what happens next.
+class Gate {
+ public:
+  void open() {
+    {
+      std::lock_guard lock(mutex_);
+      open_ = true;
+    }
+    cv_.notify_all();
+  }
+  bool wait() {
+    std::unique_lock lock(mutex_);
+    return cv_.wait_for(lock, std::chrono::seconds(10), [this] { return open_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable cv_;
+  bool open_ = false;
+};
+
+// What ran, from any thread, in order.
+class Journal {
+ public:
+  void note(std::string what) {
+    std::lock_guard lock(mutex_);
+    entries_.push_back(std::move(what));
+  }
+  std::vector<std::string> entries() const {
+    std::lock_guard lock(mutex_);
+    return entries_;
+  }
+
+ private:
+  mutable std::mutex mutex_;
+  std::vector<std::string> entries_;
+};
+
+class BackgroundQueueTest : public ::testing::Test {
+ protected:
+  void SetUp() override { RunLoop::main().runUntilIdle(); }  // this thread drives the main loop
+  void TearDown() override { EXPECT_TRUE(ZTDispatchTools::settleForTesting()); }
+
+  // Lets posted finished blocks run.
+  static void drainMain() { RunLoop::main().runUntilIdle(); }
+};
+
+TEST_F(BackgroundQueueTest, OperationsRunInOrderOneAtATimeAndFinishOnTheMainThread) {
+  auto queue = LegacyZTBackgroundQueue::backgroundQueueWithUniqueId("ordered");
+  EXPECT_EQ(queue->uniqueId(), "ordered");
+  EXPECT_EQ(queue->maxConcurrentCount(), 1);
+  EXPECT_TRUE(queue->showIntermediateResults());
+
+  Journal journal;
+  std::atomic<int> running{0};
+  std::atomic<int> mostAtOnce{0};
+  std::vector<std::thread::id> finishedOn;
+  for (int i = 0; i < 20; ++i) {
+    queue->performOnBackground(
+        [&, i]() -> std::any {
+          mostAtOnce = std::max(mostAtOnce.load(), ++running);
+          std::this_thread::sleep_for(std::chrono::microseconds(200));
+          journal.note("work " + std::to_string(i));
+          --running;
+          return i * 10;
+        },
+        [&](std::any result) {
+          finishedOn.push_back(std::this_thread::get_id());
+          journal.note("finished " + std::to_string(std::any_cast<int>(result)));
+        });
+  }
+  queue->waitUntilAllOperationsAreFinished();
+  drainMain();
+
+  EXPECT_EQ(mostAtOnce.load(), 1);
+  std::vector<std::string> work, finished;
+  for (const auto& e : journal.entries()) (e.rfind("work", 0) == 0 ? work : finished).push_back(e);
+  ASSERT_EQ(work.size(), 20u);
+  ASSERT_EQ(finished.size(), 20u);
+  for (int i = 0; i < 20; ++i) {
+    EXPECT_EQ(work[i], "work " + std::to_string(i));
+    EXPECT_EQ(finished[i], "finished " + std::to_string(i * 10));
+  }
+  for (auto id : finishedOn) EXPECT_EQ(id, std::this_thread::get_id());
+}
+
+TEST_F(BackgroundQueueTest, RaisingTheConcurrencyLetsOperationsOverlap) {
+  LegacyZTBackgroundQueue queue("wide");
+  queue.setMaxConcurrentCount(2);
+  EXPECT_EQ(queue.maxConcurrentCount(), 2);
+  // Each waits for the other: only two threads running at once can finish both.
+  std::atomic<int> arrived{0};
+  std::atomic<bool> bothSeen{false};
+  for (int i = 0; i < 2; ++i) {
+    queue.performNoResultOnBackground(
+        [&] {
+          ++arrived;
+          const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+          while (arrived.load() < 2 && std::chrono::steady_clock::now() < deadline) std::this_thread::yield();
+          if (arrived.load() == 2) bothSeen = true;
+        },
+        nullptr);
+  }
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_TRUE(bothSeen.load());
+}
+
+TEST_F(BackgroundQueueTest, CancelledOperationsRunNeitherBlockAndACancelDuringWorkSuppressesFinished) {
+  LegacyZTBackgroundQueue queue("cancel");
+  Journal journal;
+  Gate started, release;
+  queue.performNoResultOnBackground(
+      [&] {
+        started.open();
+        release.wait();
+        journal.note("running work");
+      },
+      [&] { journal.note("running finished"); });
+  queue.performNoResultOnBackground([&] { journal.note("waiting work"); }, [&] { journal.note("waiting finished"); });
+  queue.performOnBackground([&]() -> std::any { journal.note("result work"); return 1; },
+                            [&](std::any) { journal.note("result finished"); });
+  ASSERT_TRUE(started.wait());
+  queue.cancelAll();
+  release.open();
+  queue.waitUntilAllOperationsAreFinished();
+  drainMain();
+  // The running block is never interrupted, but nothing follows it.
+  EXPECT_EQ(journal.entries(), std::vector<std::string>{"running work"});
+
+  // The queue keeps working after a cancel.
+  queue.performNoResultOnBackground([&] { journal.note("later work"); }, [&] { journal.note("later finished"); });
+  queue.waitUntilAllOperationsAreFinished();
+  drainMain();
+  EXPECT_EQ(journal.entries(), (std::vector<std::string>{"running work", "later work", "later finished"}));
+}
+
+TEST_F(BackgroundQueueTest, ACancelAfterTheFinishedBlockWasPostedNoLongerStopsIt) {
+  OperationQueue queue("late cancel");
+  std::atomic<bool> finished{false};
+  auto operation = std::make_shared<LegacyZTCancelableOperation>([] {}, [&] { finished = true; });
+  queue.addOperation(operation);
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_TRUE(operation->isFinished());
+  operation->cancel();
+  drainMain();
+  EXPECT_TRUE(finished.load());
+}
+
+TEST_F(BackgroundQueueTest, SearchesDeliverEveryResultOrOnlyTheNewest) {
+  for (bool intermediate : {true, false}) {
+    SCOPED_TRACE(intermediate);
+    LegacyZTBackgroundQueue queue("search");
+    queue.setShowIntermediateResults(intermediate);
+    Journal journal;
+    Gate release;
+    // Holds the queue so that the searches below are all still waiting.
+    queue.performOnBackground([&]() -> std::any { release.wait(); return std::string("plain 1"); },
+                              [&](std::any r) { journal.note(std::any_cast<std::string>(r)); });
+    auto search = [&](const std::string& name) {
+      queue.performSearchOnBackground([name]() -> std::any { return name; },
+                                      [&](std::any r) { journal.note(std::any_cast<std::string>(r)); });
+    };
+    search("search A");
+    search("search B");
+    queue.performOnBackground([]() -> std::any { return std::string("plain 2"); },
+                              [&](std::any r) { journal.note(std::any_cast<std::string>(r)); });
+    search("search C");
+    release.open();
+    queue.waitUntilAllOperationsAreFinished();
+    drainMain();
+    if (intermediate) {
+      EXPECT_EQ(journal.entries(),
+                (std::vector<std::string>{"plain 1", "search A", "search B", "plain 2", "search C"}));
+    } else {
+      EXPECT_EQ(journal.entries(), (std::vector<std::string>{"plain 1", "plain 2", "search C"}));
+    }
+  }
+}
+
+TEST_F(BackgroundQueueTest, DestroyingTheQueueCancelsWhatWaitsAndJoins) {
+  Journal journal;
+  Gate started;
+  std::atomic<bool> release{false};
+  std::thread opener;
+  {
+    LegacyZTBackgroundQueue queue("doomed");
+    queue.performNoResultOnBackground(
+        [&] {
+          started.open();
+          while (!release.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          journal.note("running work");
+        },
+        [&] { journal.note("running finished"); });
+    queue.performNoResultOnBackground([&] { journal.note("waiting work"); }, [&] { journal.note("waiting finished"); });
+    ASSERT_TRUE(started.wait());
+    opener = std::thread([&] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      release = true;
+    });
+  }  // cancels, then waits for the running block
+  opener.join();
+  EXPECT_EQ(journal.entries(), std::vector<std::string>{"running work"});
+  drainMain();
+  EXPECT_EQ(journal.entries(), std::vector<std::string>{"running work"});
+}
+
+TEST_F(BackgroundQueueTest, AQueueReleasedByItsOwnOperationCancelsTheRest) {
+  Journal journal;
+  auto queue = std::make_shared<LegacyZTBackgroundQueue>("self-released");
+  auto holder = std::make_shared<std::shared_ptr<LegacyZTBackgroundQueue>>(queue);
+  queue->performNoResultOnBackground([&journal, holder] {
+    holder->reset();  // the last reference: the queue goes on its own thread
+    journal.note("releasing work");
+  }, nullptr);
+  queue->performNoResultOnBackground([&] { journal.note("waiting work"); }, nullptr);
+  std::weak_ptr<LegacyZTBackgroundQueue> watch = queue;
+  queue.reset();
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
+  while (!watch.expired() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  EXPECT_TRUE(watch.expired());
+  std::this_thread::sleep_for(std::chrono::milliseconds(50));
+  EXPECT_EQ(journal.entries(), std::vector<std::string>{"releasing work"});
+}
+
+TEST_F(BackgroundQueueTest, ClassOperationsRunOnThePoolAndFinishOnTheMainThread) {
+  Journal journal;
+  std::atomic<int> done{0};
+  const auto mainId = std::this_thread::get_id();
+  std::atomic<bool> workOffMain{true};
+  LegacyZTBackgroundQueue::performNoCancelNoResultOnBackground(
+      [&] {
+        if (std::this_thread::get_id() == mainId) workOffMain = false;
+      },
+      [&] {
+        journal.note(std::this_thread::get_id() == mainId ? "no result on main" : "no result elsewhere");
+        ++done;
+      });
+  LegacyZTBackgroundQueue::performNoCancelOnBackground([]() -> std::any { return 7; },
+                                                      [&](std::any r) {
+                                                        journal.note("result " + std::to_string(std::any_cast<int>(r)));
+                                                        ++done;
+                                                      });
+  LegacyZTBackgroundQueue::performNoCancelOnBackground([&] { ++done; });
+  // Without a finished block there is nothing to post; an empty required one is dropped.
+  LegacyZTBackgroundQueue::performNoCancelNoResultOnBackground([&] { ++done; }, nullptr);
+  LegacyZTBackgroundQueue::performNoCancelOnBackground([&]() -> std::any { ++done; return 0; }, nullptr);
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return done.load() == 5; }, 10));
+  ASSERT_TRUE(ZTDispatchTools::settleForTesting());
+  EXPECT_TRUE(workOffMain.load());
+  auto entries = journal.entries();
+  std::sort(entries.begin(), entries.end());
+  EXPECT_EQ(entries, (std::vector<std::string>{"no result on main", "result 7"}));
+}
+
+TEST_F(BackgroundQueueTest, AThrowingWorkBlockIsContainedAndSkipsItsFinishedBlock) {
+  CapturingLogSink log;
+  LegacyZTBackgroundQueue queue("throws");
+  std::atomic<bool> finished{false}, nextRan{false};
+  queue.performNoResultOnBackground([] { throw std::runtime_error("boom"); }, [&] { finished = true; });
+  queue.performNoResultOnBackground([&] { nextRan = true; }, nullptr);
+  queue.waitUntilAllOperationsAreFinished();
+  drainMain();
+  EXPECT_FALSE(finished.load());
+  EXPECT_TRUE(nextRan.load());
+  EXPECT_TRUE(log.contains("IAM: A background operation threw: boom"));
+}
+
+}  // namespace
+}  // namespace iam
