@@ -44,17 +44,7 @@ std::shared_ptr<AdvertisedApp> AdvertisedAppParser::parse(const simdjson::dom::e
     if (auto free = json::optionalMember(*o, "free", json::asBool, json::kBoolean, context)) app->setFree(*free);
 
     if (auto resources = json::optionalMember(*o, "resources", json::asObject, json::kObject, context)) {
-      ZTIAMResourceMap map;
-      const auto resourcesContext = context.member("resources");
-      for (auto [key, value] : *resources) {
-        if (auto resource = resourceParser_.parse(key, value)) {
-          map.insert_or_assign(std::string(key), std::move(resource));
-        } else if (resourcesContext.isReporting()) {
-          resourcesContext.member(key).report(
-              fmt::format("is {}, not a string or null (resource dropped)", json::describe(value)));
-        }
-      }
-      app->setResources(std::move(map));
+      app->setResources(resourceParser_.parseMembers(*resources, context.member("resources")));
     }
     if (auto storeInfo = json::member(*o, "storeInfo")) {
       if (storeInfo->type() != json::element_type::NULL_VALUE) {

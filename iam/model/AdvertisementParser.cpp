@@ -234,13 +234,7 @@ std::shared_ptr<Advertisement> AdvertisementParser::parseAdvertisement(const sim
         break;
       }
     }
-    if (usable) {
-      ZTIAMResourceMap map;
-      for (auto [key, value] : *resources) {
-        if (auto resource = resourceParser_.parse(key, value)) map.insert_or_assign(std::string(key), std::move(resource));
-      }
-      ad->setResources(std::move(map));
-    }
+    if (usable) ad->setResources(resourceParser_.parseMembers(*resources, ZTIAMParseContext()));
   }
   AdvertisementTriggerSet triggers;
   parseMembers(*o, "triggers", triggerParser_, ad, triggers, context, "trigger dropped");

@@ -3,10 +3,12 @@
 #include <memory>
 #include <string_view>
 
+#include "iam/model/ZTIAMParseDiagnostics.h"
 #include "iam/model/ZTIAMResource.h"
 
 namespace simdjson::dom {
 class element;
+class object;
 }
 
 namespace iam {
@@ -17,6 +19,11 @@ class ResourceParser {
   // A string gives a resource with that value, null one without a value; any other JSON value
   // gives none (the caller decides whether that costs the member or the whole map).
   std::shared_ptr<ZTIAMResource> parse(std::string_view key, const simdjson::dom::element& value) const;
+
+  // Every member of `resources` that `parse` accepts, keyed by its name (the last of equal names
+  // wins); the others are reported to `context` and left out. The resources of one object share
+  // one allocation, as they live and die together.
+  ZTIAMResourceMap parseMembers(const simdjson::dom::object& resources, const ZTIAMParseContext& context) const;
 };
 
 }  // namespace iam
