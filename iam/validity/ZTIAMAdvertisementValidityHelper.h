@@ -1,0 +1,61 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <vector>
+
+#include "iam/model/Advertisement.h"
+#include "iam/model/AdvertisementTrigger.h"
+#include "iam/model/ZTIAMAdvertisementDisplayType.h"
+#include "iam/platform/Date.h"
+#include "iam/service/ZTIAMAppConfigType.h"
+#include "iam/stats/ZTIAMAdvertisementStats.h"
+#include "iam/stats/ZTIAMStatsGetterHelper.h"
+
+namespace iam {
+
+// The rules that decide whether an advertisement, or one of its triggers, may be shown now, and
+// that log why not. Stateless: everything comes in as arguments. Callable from any thread; the
+// manager calls it on the thread that evaluates app events.
+//
+// Reading statistics through a getter creates the records that do not exist yet (advertisement,
+// trigger and app event records). Nothing here saves them; the store's next save of that map does.
+class ZTIAMAdvertisementValidityHelper {
+ public:
+  ZTIAMAdvertisementValidityHelper() = delete;
+
+  using Advertisements = std::vector<std::shared_ptr<AdvertisementType>>;
+
+  // The advertisement's own verdict: schedule, impression cap, postponement, capabilities, and for a
+  // review question the days since it was last asked. Logs the reason for a refusal.
+  static bool isAdvertisementValid(const AdvertisementType& advertisement,
+                                   const ZTIAMAdvertisementStats& advertisementStats);
+  // Inside [startDate, endDate]; a missing side is open.
+  static bool currentDateIsValidForAdvertisement(const AdvertisementType& advertisement);
+  // A cap of N lets the advertisement be shown N + 1 times; campaigns are tuned to that, so it stays.
+  static bool impressionCountIsValidForAdvertisement(const AdvertisementType& advertisement,
+                                                     const ZTIAMAdvertisementStats& stats);
+  static bool advertisementIsPostponed(const AdvertisementType& advertisement, const ZTIAMAdvertisementStats& stats);
+  // Hooks to rule out dismissed or opened advertisements per display type; no display type does yet.
+  static bool advertisementIsDismissed(const AdvertisementType& advertisement, const ZTIAMAdvertisementStats& stats);
+  static bool advertisementIsOpened(const AdvertisementType& advertisement, const ZTIAMAdvertisementStats& stats);
+
+  // Whether the trigger may fire now: popup spacing over all `advertisements`, fire cap, first
+  // threshold, repeat threshold. A trigger of "appToForeground" counts launches, not foreground
+  // events. No app configuration means no minimum spacing. Logs the reason for a refusal.
+  static bool isAdvertisementTriggerValid(const AdvertisementTriggerType& trigger, ZTIAMStatsGetterHelper& statsGetter,
+                                          const Advertisements& advertisements,
+                                          const std::shared_ptr<const ZTIAMAppConfigType>& appConfig);
+  // Every display type but the interstitial preload counts as a popup.
+  static bool shouldCheckForImpressionTimeintervalForDisplayType(ZTIAMAdvertisementDisplayType displayType);
+  static bool popupImpressionTimeIntervalHasPassed(const AdvertisementTriggerType& trigger,
+                                                   ZTIAMStatsGetterHelper& statsGetter,
+                                                   const Advertisements& advertisements,
+                                                   TimeInterval minimumPopupImpressionTimeInterval);
+  // The latest impression of any popup advertisement in the list; on equal dates the earlier one in
+  // the list is taken.
+  static std::optional<Date> mostRecentPopupAdvertisementImpressionDateForAdvertisements(
+      const Advertisements& advertisements, ZTIAMStatsGetterHelper& statsGetter);
+};
+
+}  // namespace iam

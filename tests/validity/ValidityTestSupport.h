@@ -1,0 +1,146 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <map>
+#include <memory>
+#include <string>
+#include <vector>
+
+#include "iam/model/Advertisement.h"
+#include "iam/model/AdvertisementTrigger.h"
+#include "iam/platform/Clock.h"
+#include "iam/platform/InfoLogSwitch.h"
+#include "iam/platform/LogBridge.h"
+#include "iam/platform/PreferencesStore.h"
+#include "iam/service/ZTIAMAppConfigType.h"
+#include "iam/stats/ZTIAMAdvertisementStats.h"
+#include "iam/stats/ZTIAMAppEventStats.h"
+#include "iam/stats/ZTIAMStatsGetterHelper.h"
+
+namespace iam::testing {
+
+inline constexpr const char* kValidityLogFile = "InAppMarketing/source/Logic/Validity/_ZTIAMAdvertisementValidityHelper";
+
+// A stats getter with get-or-create look-ups that remembers what was asked, in order.
+class FakeStatsGetter final : public ZTIAMStatsGetterHelper {
+ public:
+  std::shared_ptr<ZTIAMAdvertisementStats> getAdvertisementStatsByAdvertisementId(const std::string& advertisementId) override {
+    lookups.push_back("advertisement:" + advertisementId);
+    auto& record = advertisementStats[advertisementId];
+    if (!record) {
+      record = std::make_shared<ZTIAMAdvertisementStats>();
+      record->setAdvertisementId(advertisementId);
+    }
+    return record;
+  }
+  std::shared_ptr<ZTIAMAppEventStats> getAppEventStatsByEventKey(const std::string& eventKey) override {
+    lookups.push_back("event:" + eventKey);
+    auto& record = appEventStats[eventKey];
+    if (!record) {
+      record = std::make_shared<ZTIAMAppEventStats>();
+      record->setEventKey(eventKey);
+    }
+    return record;
+  }
+
+  // Raises the event's count to `count` (counts only grow).
+  void setEventCount(const std::string& eventKey, std::int64_t count) {
+    auto record = getAppEventStatsByEventKey(eventKey);
+    while (record->count() < count) record->incrementCount();
+    lookups.clear();
+  }
+  void setFireCount(const AdvertisementTrigger& trigger, std::int64_t count) {
+    auto record = getAdvertisementStatsByAdvertisementId(trigger.advertisement()->advertisementId());
+    auto triggerStats = record->getTriggerStatsWithTriggerId(trigger.triggerId());
+    while (triggerStats->count() < count) triggerStats->incrementCount();
+    lookups.clear();
+  }
+  void setImpression(const std::string& advertisementId, Date date) {
+    getAdvertisementStatsByAdvertisementId(advertisementId)->setMostRecentImpressionDate(date);
+    lookups.clear();
+  }
+
+  std::map<std::string, std::shared_ptr<ZTIAMAdvertisementStats>> advertisementStats;
+  std::map<std::string, std::shared_ptr<ZTIAMAppEventStats>> appEventStats;
+  std::vector<std::string> lookups;
+};
+
+class FakeAppConfig final : public ZTIAMAppConfigType {
+ public:
+  explicit FakeAppConfig(double minimumInterval) : minimumInterval_(minimumInterval) {}
+  double minimumPopupImpressionTimeInterval() const override { return minimumInterval_; }
+  std::map<std::string, std::string> attributes() const override { return {}; }
+
+ private:
+  double minimumInterval_;
+};
+
+// Puts a manual clock, an empty in-memory preferences store (the launch count lives there) and a
+// log capture in place, with info logging off; restores all of it afterwards.
+class ValidityTest : public ::testing::Test {
+ protected:
+  static constexpr TimeInterval kStart = 1'700'000'000;
+  static constexpr TimeInterval kDay = 24 * 60 * 60;
+
+  void SetUp() override {
+    clock_ = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(kStart));
+    Clock::setCurrent(clock_);
+    previousStore_ = PreferencesStore::standard();
+    PreferencesStore::setStandard(std::make_shared<InMemoryPreferencesStore>());
+    previousSwitch_ = InfoLogSwitch::logInfoEnabled();
+    InfoLogSwitch::setLogInfoEnabled(false);
+    log_ = std::make_unique<CapturingLogSink>();
+  }
+  void TearDown() override {
+    log_.reset();
+    InfoLogSwitch::setLogInfoEnabled(previousSwitch_);
+    PreferencesStore::setStandard(previousStore_);
+    Clock::setCurrent(nullptr);
+  }
+
+  Date now() const { return clock_->now(); }
+  // `seconds` from the start of the test's clock.
+  static Date at(TimeInterval seconds) { return dateWithTimeIntervalSince1970(kStart + seconds); }
+
+  static std::shared_ptr<Advertisement> makeAdvertisement(
+      const std::string& id, ZTIAMAdvertisementDisplayType displayType = ZTIAMAdvertisementDisplayTypeDfpInterstitial) {
+    auto advertisement = std::make_shared<Advertisement>(id);
+    advertisement->setDisplayType(displayType);
+    return advertisement;
+  }
+  static std::shared_ptr<AdvertisementTrigger> addTrigger(const std::shared_ptr<Advertisement>& advertisement,
+                                                          const std::string& triggerId, const std::string& eventKey) {
+    auto trigger = std::make_shared<AdvertisementTrigger>(triggerId, eventKey);
+    trigger->setAdvertisement(advertisement);
+    auto triggers = advertisement->triggers();
+    triggers.insert(trigger);
+    advertisement->setTriggers(std::move(triggers));
+    return trigger;
+  }
+
+  // The one line logged since the last call, checked field by field; clears the capture.
+  void expectSingleInfoLine(const std::string& message, const std::string& function) {
+    auto records = log_->records();
+    log_->clear();
+    ASSERT_EQ(records.size(), 1u) << "expected only: " << message;
+    EXPECT_EQ(records[0].level, LogLevel::Info);
+    EXPECT_EQ(records[0].message, message);
+    EXPECT_EQ(records[0].filename, kValidityLogFile);
+    EXPECT_EQ(records[0].function, function);
+  }
+  void expectNoLines() {
+    auto messages = log_->messages();
+    log_->clear();
+    EXPECT_TRUE(messages.empty()) << "unexpected: " << messages.front();
+  }
+
+  std::shared_ptr<ManualClock> clock_;
+  std::unique_ptr<CapturingLogSink> log_;
+
+ private:
+  std::shared_ptr<PreferencesStore> previousStore_;
+  bool previousSwitch_ = false;
+};
+
+}  // namespace iam::testing
