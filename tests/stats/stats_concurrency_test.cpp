@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <chrono>
 #include <memory>
 #include <string>
 #include <thread>
@@ -17,6 +18,7 @@ namespace iam {
 namespace {
 
 constexpr int kEventsPerThread = 10'000;
+constexpr int kLookUpEvery = 2'000;
 
 // Two threads count into the same records (as the evaluation thread and the main thread do) while
 // saves archive them and a third thread reads them as the validity rules do. Nothing may be lost,
@@ -49,7 +51,7 @@ TEST(StatsConcurrencyTest, TwoCountingThreadsLoseNothingInMemoryOrOnDisk) {
         default: helper->handleAppEventWithKey("launch"); break;
       }
       // New records appear while saves walk the maps.
-      if (i % 500 == 0) helper->getAdvertisementStatsByAdvertisementId("looked-up-" + std::to_string(seed) + "-" + std::to_string(i));
+      if (i % kLookUpEvery == 0) helper->getAdvertisementStatsByAdvertisementId("looked-up-" + std::to_string(seed) + "-" + std::to_string(i));
     }
   };
   std::thread reader([&] {
@@ -62,6 +64,7 @@ TEST(StatsConcurrencyTest, TwoCountingThreadsLoseNothingInMemoryOrOnDisk) {
       for (const auto& [id, stats] : record->triggerStats()) EXPECT_GE(stats->count(), 0) << id;
       (void)KeyedArchiver::archivedDataWithRootObject(*record);
       (void)helper->getAppEventStatsByEventKey("launch")->mostRecentOccurrence();
+      std::this_thread::sleep_for(std::chrono::microseconds(50));
     }
   });
   std::thread evaluation(count, 0);
@@ -81,7 +84,7 @@ TEST(StatsConcurrencyTest, TwoCountingThreadsLoseNothingInMemoryOrOnDisk) {
     ASSERT_EQ(triggers.count("trigger-shared"), 1u);
     EXPECT_EQ(triggers.at("trigger-shared")->count(), perKind);
     EXPECT_EQ(h.getAppEventStatsByEventKey("launch")->count(), perKind);
-    EXPECT_EQ(h.advertisementStats().size(), 1u + 2 * kEventsPerThread / 500);
+    EXPECT_EQ(h.advertisementStats().size(), 1u + 2 * kEventsPerThread / kLookUpEvery);
   };
   check(*helper, "in memory");
 

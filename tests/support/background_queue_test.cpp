@@ -229,21 +229,24 @@ TEST_F(BackgroundQueueTest, DestroyingTheQueueCancelsWhatWaitsAndJoins) {
 }
 
 TEST_F(BackgroundQueueTest, AQueueReleasedByItsOwnOperationCancelsTheRest) {
-  Journal journal;
+  auto journal = std::make_shared<Journal>();
+  auto othersDropped = std::make_shared<Gate>();
   auto queue = std::make_shared<LegacyZTBackgroundQueue>("self-released");
   auto holder = std::make_shared<std::shared_ptr<LegacyZTBackgroundQueue>>(queue);
-  queue->performNoResultOnBackground([&journal, holder] {
+  queue->performNoResultOnBackground([journal, othersDropped, holder] {
+    othersDropped->wait();
     holder->reset();  // the last reference: the queue goes on its own thread
-    journal.note("releasing work");
+    journal->note("releasing work");
   }, nullptr);
-  queue->performNoResultOnBackground([&] { journal.note("waiting work"); }, nullptr);
+  queue->performNoResultOnBackground([journal] { journal->note("waiting work"); }, nullptr);
   std::weak_ptr<LegacyZTBackgroundQueue> watch = queue;
   queue.reset();
+  othersDropped->open();
   const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
   while (!watch.expired() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   EXPECT_TRUE(watch.expired());
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_EQ(journal.entries(), std::vector<std::string>{"releasing work"});
+  EXPECT_EQ(journal->entries(), std::vector<std::string>{"releasing work"});
 }
 
 TEST_F(BackgroundQueueTest, ClassOperationsRunOnThePoolAndFinishOnTheMainThread) {
