@@ -149,6 +149,7 @@ bool ZTIAMAdvertisementValidityHelper::advertisementIsPostponed(const Advertisem
 
 bool ZTIAMAdvertisementValidityHelper::advertisementIsDismissed(const AdvertisementType& advertisement,
                                                                 const ZTIAMAdvertisementStats&) {
+  // A display type that a dismissal rules out for good gets its own case here.
   switch (advertisement.displayType()) {
     default:
       return false;
@@ -157,6 +158,7 @@ bool ZTIAMAdvertisementValidityHelper::advertisementIsDismissed(const Advertisem
 
 bool ZTIAMAdvertisementValidityHelper::advertisementIsOpened(const AdvertisementType& advertisement,
                                                              const ZTIAMAdvertisementStats&) {
+  // Likewise for a display type that is shown only until it is opened.
   switch (advertisement.displayType()) {
     default:
       return false;
@@ -172,7 +174,7 @@ bool ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(
   const std::string& advertisementId = advertisement->advertisementId();
 
   auto advertisementStats = statsGetter.getAdvertisementStatsByAdvertisementId(advertisementId);
-  auto triggerStats = advertisementStats->getTriggerStatsWithTriggerId(trigger.triggerId());
+  auto triggerStats = advertisementStats ? advertisementStats->getTriggerStatsWithTriggerId(trigger.triggerId()) : nullptr;
   auto appEventStats = statsGetter.getAppEventStatsByEventKey(trigger.eventKey());
   const std::int64_t fireCount = triggerStats ? triggerStats->count() : 0;
 

@@ -44,8 +44,13 @@ TEST_F(TriggerValidityTest, ReservedEventsInOrder) {
   EXPECT_EQ(ZTIAMAdvertisementEventReservedEvents[1], "System - app updated");
 }
 
-TEST_F(TriggerValidityTest, NoLimitsMeansValid) {
+TEST_F(TriggerValidityTest, NoLimitsMeansValidButAnOrphanTriggerNever) {
   EXPECT_TRUE(valid());
+  InfoLogSwitch::setLogInfoEnabled(true);
+  AdvertisementTrigger orphan("lost", "screenShown");
+  stats_.lookups.clear();
+  EXPECT_FALSE(valid(orphan, std::make_shared<FakeAppConfig>(0)));
+  EXPECT_TRUE(stats_.lookups.empty());
   expectNoLines();
 }
 
