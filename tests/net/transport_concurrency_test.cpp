@@ -18,9 +18,9 @@ using testing::TestHttpServer;
 // winds down afterwards.
 TEST(TransportConcurrencyTest, RequestsFromManyThreadsWithRacingCancelsEachEndOnce) {
   TestHttpServer server([](const httplib::Request& request, httplib::Response& response) {
-    if (request.path.ends_with("slow")) std::this_thread::sleep_for(std::chrono::milliseconds(20));
+    if (request.path.ends_with("slow")) std::this_thread::sleep_for(std::chrono::milliseconds(5));
     response.set_content(R"({"ok":true})", "application/json");
-  });
+  }, 1);
   constexpr int kThreads = 4;
   constexpr int kPerThread = 12;
   struct Slot {

@@ -172,7 +172,9 @@ bool ReferenceMarketingService::start(const std::string& host, int port) {
   httplib::Server* raw = server.get();
   impl_->server = std::move(server);
   impl_->listener = std::thread([raw] { raw->listen_after_bind(); });
-  return true;
+  // A stop that comes before the server runs would be lost and leave the listener in accept().
+  for (int i = 0; i < 5000 && !raw->is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  return raw->is_running();
 }
 
 void ReferenceMarketingService::stop() {

@@ -1,0 +1,299 @@
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <cstdlib>
+
+#include "iam/net/OspreyWebService.h"
+#include "iam/platform/Clock.h"
+#include "iam/platform/RunLoop.h"
+#include "iam/service/AdvertisementsRequestResponse.h"
+#include "iam/service/IAMWebService.h"
+#include "iam/service/NativeQualityNetworkResponse.h"
+#include "tools/refservice/ReferenceMarketingService.h"
+
+namespace iam {
+namespace {
+
+using nlohmann::json;
+using Result = std::shared_ptr<ZTOspreyServiceRequestResultInterface>;
+
+json advertisement(const std::string& id) {
+  return {{"id", id},
+          {"lifecycle", json::object()},
+          {"display", {{"id", 16}}},
+          {"okAction", {{"id", 0}}},
+          {"dataSource", {{"id", 1}}},
+          {"state", {{"id", 1}}},
+          {"ignoreGlobalMinimumPopupTimeInterval", false}};
+}
+
+json advertisementsAnswer(std::vector<std::string> ids) {
+  json list = json::array();
+  for (const auto& id : ids) list.push_back(advertisement(id));
+  return {{"advertisements", list}, {"appConfig", {{"minimumPopupImpressionTimeInterval", 90}}}};
+}
+
+json qualityNetworkAnswer() {
+  return {{"rankedApps",
+           {{{"id", "r1"},
+             {"priorityId", 2},
+             {"advertisedApp", {{"id", "app-1"}, {"storeUrl", "https://store.example.com/1"}}}},
+            {{"id", "r2"},
+             {"priorityId", 1},
+             {"advertisedApp", {{"id", "app-2"}, {"storeUrl", "https://store.example.com/2"}}}}}}};
+}
+
+bool nothingLeftRunning() {
+  return RunLoop::main().runUntil(
+      [] {
+        return OspreyWebService::runningRequestCountForTesting() == 0 &&
+               !OspreyWebService::isTransportThreadRunningForTesting();
+      },
+      5);
+}
+
+class WebServiceTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    Clock::setCurrent(clock_);
+    service_.setAnswer(ReferenceMarketingService::kAdvertisementsMethod, advertisementsAnswer({"b", "a"}).dump());
+    service_.setAnswer(ReferenceMarketingService::kNativeQualityNetworkMethod, qualityNetworkAnswer().dump());
+    ASSERT_TRUE(service_.start());
+  }
+
+  void TearDown() override {
+    service_.stop();
+    EXPECT_TRUE(nothingLeftRunning());
+    Clock::setCurrent(nullptr);
+    IAMWebService::setDefaultBaseUrl(std::nullopt);
+  }
+
+  enum class Call { Advertisements, NativeQualityNetwork };
+
+  // Makes one call on a fresh client and runs the main loop until its completion (bounded).
+  Result call(Call which, const IAMWebServiceParameters& parameters = {}, std::optional<std::string> baseUrl = {},
+              double bound = 10) {
+    IAMWebService client(baseUrl.value_or(service_.baseUrl()));
+    Result result;
+    int calls = 0;
+    auto completion = [&](const Result& r) {
+      result = r;
+      ++calls;
+    };
+    auto ticket = which == Call::Advertisements ? client.getAdvertisementsWithParameters(parameters, completion)
+                                                : client.getNativeQualityNetworkWithParameters(parameters, completion);
+    EXPECT_TRUE(ticket);
+    if (!ticket) return nullptr;
+    EXPECT_TRUE(RunLoop::main().runUntil([&] { return calls > 0; }, bound));
+    RunLoop::main().runUntilIdle();
+    EXPECT_EQ(calls, 1);
+    EXPECT_TRUE(ticket->isFinished());
+    return result;
+  }
+
+  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(1'700'000'000));
+  ReferenceMarketingService service_;
+};
+
+TEST_F(WebServiceTest, BothCallsArriveAsParsedResponsesWithTagAndContentInfo) {
+  auto result = call(Call::Advertisements);
+  ASSERT_TRUE(result);
+  EXPECT_FALSE(result->failed());
+  EXPECT_FALSE(result->contentIsNotModified());
+  auto response = result->dataAs<AdvertisementsRequestResponse>();
+  ASSERT_TRUE(response);
+  const auto ads = response->advertisements();
+  ASSERT_EQ(ads.size(), 2u);
+  EXPECT_EQ(ads[0]->advertisementId(), "b");
+  EXPECT_EQ(ads[1]->advertisementId(), "a");
+  EXPECT_EQ(response->appConfig()->minimumPopupImpressionTimeInterval(), 90);
+  EXPECT_EQ(response->etag(), service_.entityTagFor(ReferenceMarketingService::kAdvertisementsMethod));
+  ASSERT_TRUE(response->contentInfo());
+  EXPECT_EQ(response->contentInfo(), result->contentInfo());
+  EXPECT_EQ(response->contentInfo()->localCreatedAt(), clock_->now());
+  EXPECT_FALSE(response->isExpired());
+
+  IAMWebServiceParameters bought;
+  bought.setHasBoughtAdFreeUpgrade(true);
+  result = call(Call::NativeQualityNetwork, bought);
+  ASSERT_TRUE(result);
+  auto network = result->dataAs<NativeQualityNetworkResponse>();
+  ASSERT_TRUE(network);
+  const auto apps = network->qualityNetworkRankedApps();
+  ASSERT_EQ(apps.size(), 2u);
+  EXPECT_EQ(apps[0]->rankedAppId(), "r1");
+  EXPECT_EQ(apps[1]->rankedAppId(), "r2");
+  EXPECT_EQ(network->etag(), service_.entityTagFor(ReferenceMarketingService::kNativeQualityNetworkMethod));
+  EXPECT_EQ(result->dataAs<AdvertisementsRequestResponse>(), nullptr);
+
+  const auto requests = service_.requests();
+  ASSERT_EQ(requests.size(), 2u);
+  EXPECT_EQ(requests[0].path, "/v1/advertisements");
+  EXPECT_EQ(requests[0].body, R"({"boughtAdFree":false})");
+  EXPECT_EQ(requests[0].serviceKey, std::string(IAMWebService::kServiceKey));
+  EXPECT_EQ(requests[0].contentType, "application/json");
+  EXPECT_EQ(requests[0].ifNoneMatch, std::nullopt);
+  EXPECT_EQ(requests[1].path, "/v1/nativeQualityNetwork");
+  EXPECT_EQ(requests[1].body, R"({"boughtAdFree":true})");
+  EXPECT_EQ(requests[1].ifNoneMatch, std::nullopt);
+}
+
+TEST_F(WebServiceTest, ASecondCallWithTheTagIsNotModifiedUntilTheCampaignChanges) {
+  auto first = call(Call::Advertisements);
+  ASSERT_TRUE(first);
+  const auto tag = first->dataAs<AdvertisementsRequestResponse>()->etag();
+  ASSERT_TRUE(tag);
+
+  clock_->advance(3600);
+  IAMWebServiceParameters parameters;
+  parameters.setEtag(tag);
+  auto second = call(Call::Advertisements, parameters);
+  ASSERT_TRUE(second);
+  EXPECT_TRUE(second->contentIsNotModified());
+  EXPECT_FALSE(second->failed());
+  EXPECT_FALSE(second->data().has_value());
+  ASSERT_TRUE(second->contentInfo());
+  EXPECT_NE(second->contentInfo(), first->contentInfo());
+  EXPECT_EQ(second->contentInfo()->localCreatedAt(), clock_->now());
+  EXPECT_EQ(service_.lastRequest()->ifNoneMatch, tag);
+  EXPECT_EQ(service_.lastRequest()->body, R"({"boughtAdFree":false})");  // the tag stays out of the body
+
+  service_.setAnswer(ReferenceMarketingService::kAdvertisementsMethod, advertisementsAnswer({"c"}).dump());
+  auto changed = call(Call::Advertisements, parameters);
+  ASSERT_TRUE(changed);
+  EXPECT_FALSE(changed->contentIsNotModified());
+  auto response = changed->dataAs<AdvertisementsRequestResponse>();
+  ASSERT_TRUE(response);
+  EXPECT_EQ(response->advertisements().size(), 1u);
+  EXPECT_NE(response->etag(), tag);
+}
+
+TEST_F(WebServiceTest, EveryKindOfFailureGivesAFailedResultAndLeavesNothingRunning) {
+  ReferenceMarketingService::Options otherKey;
+  otherKey.serviceKey = "another-key-entirely";
+  ReferenceMarketingService strict(otherKey);
+  strict.setAnswer(ReferenceMarketingService::kAdvertisementsMethod, advertisementsAnswer({"a"}).dump());
+  ASSERT_TRUE(strict.start());
+  auto result = call(Call::Advertisements, {}, strict.baseUrl());
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->failed());
+  EXPECT_EQ(result->error(), "the service refused the request's key (HTTP status 401)");
+  EXPECT_EQ(strict.lastRequest()->answeredStatus, 401);
+  EXPECT_TRUE(nothingLeftRunning());
+
+  const std::vector<std::pair<std::function<void()>, std::string>> faults = {
+      {[&] { service_.failWithStatus(500); }, "the service answered with HTTP status 500"},
+      {[&] { service_.answerArray(); }, "the service's answer is not a JSON object"},
+      {[&] { service_.answerGarbage(); }, "the service's answer is not valid JSON"},
+      {[&] { service_.answerOversized(5 * 1024 * 1024); }, "the service's answer is larger than the limit of"},
+  };
+  for (const auto& [fault, error] : faults) {
+    fault();
+    for (Call which : {Call::Advertisements, Call::NativeQualityNetwork}) {
+      result = call(which);
+      ASSERT_TRUE(result);
+      EXPECT_TRUE(result->failed());
+      EXPECT_FALSE(result->data().has_value());
+      ASSERT_TRUE(result->error());
+      EXPECT_TRUE(result->error()->starts_with(error)) << *result->error();
+      EXPECT_TRUE(nothingLeftRunning());
+    }
+    service_.behaveNormally();
+  }
+
+  // An answer that is JSON but not a campaign: no failure from the transport, but no data either.
+  service_.setAnswer(ReferenceMarketingService::kAdvertisementsMethod, R"({"advertisements": 5})");
+  result = call(Call::Advertisements);
+  ASSERT_TRUE(result);
+  EXPECT_FALSE(result->data().has_value());
+  EXPECT_EQ(result->dataAs<AdvertisementsRequestResponse>(), nullptr);
+}
+
+TEST_F(WebServiceTest, AStalledServiceTimesOutAfterFiveSecondsAndARefusedOneAtOnce) {
+  service_.stallFor(60);
+  const auto started = std::chrono::steady_clock::now();
+  auto result = call(Call::Advertisements, {}, std::nullopt, 15);
+  const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->failed());
+  EXPECT_EQ(result->error(), "the request timed out after 5 seconds");
+  EXPECT_GE(waited, 4.5);
+  EXPECT_LT(waited, 8.0);
+  EXPECT_TRUE(nothingLeftRunning());
+
+  ReferenceMarketingService gone;
+  ASSERT_TRUE(gone.start());
+  const std::string goneUrl = gone.baseUrl();
+  gone.stop();
+  result = call(Call::NativeQualityNetwork, {}, goneUrl);
+  ASSERT_TRUE(result);
+  EXPECT_TRUE(result->failed());
+  ASSERT_TRUE(result->error());
+  EXPECT_TRUE(result->error()->starts_with("could not connect to the service")) << *result->error();
+  EXPECT_TRUE(nothingLeftRunning());
+}
+
+TEST_F(WebServiceTest, ANilCompletionStillGivesATicketAndNoRequestNoTicket) {
+  IAMWebService client(service_.baseUrl());
+  auto ticket = client.getAdvertisementsWithParameters({}, nullptr);
+  ASSERT_TRUE(ticket);
+  EXPECT_TRUE(RunLoop::main().runUntil([&] { return ticket->isFinished(); }, 10));
+  EXPECT_EQ(service_.requestCount(ReferenceMarketingService::kAdvertisementsMethod), 1u);
+
+  bool called = false;
+  IAMWebService broken("not a service address");
+  EXPECT_EQ(broken.getAdvertisementsWithParameters({}, [&](const Result&) { called = true; }), nullptr);
+  EXPECT_EQ(broken.getNativeQualityNetworkWithParameters({}, [&](const Result&) { called = true; }), nullptr);
+  RunLoop::main().runFor(0.05);
+  EXPECT_FALSE(called);
+  EXPECT_EQ(service_.requestCount(), 1u);
+}
+
+TEST_F(WebServiceTest, TheDefaultBaseUrlComesFromTheHostThenTheEnvironment) {
+  ::unsetenv("IAM_SERVICE_URL");
+  EXPECT_EQ(IAMWebService().baseUrl(), IAMWebService::kBuiltInBaseUrl);
+  ::setenv("IAM_SERVICE_URL", "http://127.0.0.1:1", 1);
+  EXPECT_EQ(IAMWebService().baseUrl(), "http://127.0.0.1:1");
+  IAMWebService::setDefaultBaseUrl(service_.baseUrl());
+  EXPECT_EQ(IAMWebService::defaultBaseUrl(), service_.baseUrl());
+  ::unsetenv("IAM_SERVICE_URL");
+
+  IAMWebService client;
+  EXPECT_EQ(client.baseUrl(), service_.baseUrl());
+  EXPECT_EQ(client.version(), "v1");
+  Result result;
+  client.getNativeQualityNetworkWithParameters({}, [&](const Result& r) { result = r; });
+  ASSERT_TRUE(RunLoop::main().runUntil([&] { return result != nullptr; }, 10));
+  EXPECT_TRUE(result->dataAs<NativeQualityNetworkResponse>());
+  EXPECT_EQ(service_.requestCount(ReferenceMarketingService::kNativeQualityNetworkMethod), 1u);
+}
+
+TEST(ReferenceServiceTest, TagsFollowTheBytesAndMatchingHonoursListsAndWeakTags) {
+  const auto tag = ReferenceMarketingService::entityTagForBytes("{}");
+  EXPECT_EQ(tag, ReferenceMarketingService::entityTagForBytes("{}"));
+  EXPECT_NE(tag, ReferenceMarketingService::entityTagForBytes("{ }"));
+  EXPECT_EQ(tag.front(), '"');
+  EXPECT_EQ(tag.back(), '"');
+
+  ReferenceMarketingService service;
+  service.setAnswer("advertisements", "{}");
+  ASSERT_TRUE(service.start());
+  for (const std::string& header : {"\"x\", " + tag, "W/" + tag, std::string("*")}) {
+    OspreyWebService endpoint(service.baseUrl());
+    endpoint.encryptionDetails().setKey(std::string(IAMWebService::kServiceKey));
+    endpoint.setVersion("v1");
+    auto request = endpoint.createRequestFor("advertisements", std::nullopt);
+    request->httpConfig().setEtag(header);
+    Result result;
+    request->setCompletionHandler([&](const Result& r) { result = r; });
+    endpoint.execute(request);
+    ASSERT_TRUE(RunLoop::main().runUntil([&] { return result != nullptr; }, 10));
+    EXPECT_TRUE(result->contentIsNotModified()) << header;
+  }
+  EXPECT_EQ(service.requestCount("advertisements"), 3u);
+  EXPECT_FALSE(service.start());
+}
+
+}  // namespace
+}  // namespace iam
