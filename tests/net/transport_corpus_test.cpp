@@ -16,10 +16,12 @@ namespace {
 // Counts every value of a decoded answer, so that the whole tree handed to a parse handler is read.
 std::size_t countValues(const simdjson::dom::element& element) {
   std::size_t count = 1;
-  if (element.is_array()) {
-    for (auto child : element.get_array().value_unsafe()) count += countValues(child);
-  } else if (element.is_object()) {
-    for (auto field : element.get_object().value_unsafe()) count += countValues(field.value);
+  simdjson::dom::array array;
+  simdjson::dom::object object;
+  if (!element.get(array)) {
+    for (auto child : array) count += countValues(child);
+  } else if (!element.get(object)) {
+    for (auto field : object) count += countValues(field.value);
   }
   return count;
 }

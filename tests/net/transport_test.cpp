@@ -379,6 +379,24 @@ TEST_F(TransportTest, ARequestWithoutCompletionStillRunsAndFinishes) {
   EXPECT_EQ(server.received().size(), 1u);
 }
 
+TEST(TransportExitTest, AProcessEndsCleanlyWhileARequestIsStillRunning) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");
+  EXPECT_EXIT(
+      {
+        auto server = new TestHttpServer([](const httplib::Request&, httplib::Response& response) {
+          std::this_thread::sleep_for(std::chrono::seconds(30));
+          response.set_content("{}", "application/json");
+        });
+        OspreyWebService service(server->baseUrl());
+        auto request = service.createRequestFor("m", std::nullopt);
+        request->setCompletionHandler([](const Result&) { std::_Exit(3); });
+        auto ticket = service.execute(request);
+        RunLoop::main().runUntil([&] { return server->received().size() == 1; }, 10);
+        std::exit(OspreyWebService::isTransportThreadRunningForTesting() ? 0 : 4);
+      },
+      ::testing::ExitedWithCode(0), "");
+}
+
 TEST(ZTDataTest, WritesCompactJsonAndRefusesTextThatIsNotUtf8) {
   const auto data = ztData(nlohmann::json{{"boughtAdFree", false}, {"n", 1}}, 0);
   ASSERT_TRUE(data);
