@@ -2,7 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
+#include <cstdio>
 #include <cstdlib>
+#include <fstream>
 
 #include "iam/net/OspreyWebService.h"
 #include "iam/platform/Clock.h"
@@ -293,6 +295,19 @@ TEST(ReferenceServiceTest, TagsFollowTheBytesAndMatchingHonoursListsAndWeakTags)
   }
   EXPECT_EQ(service.requestCount("advertisements"), 3u);
   EXPECT_FALSE(service.start());
+
+  const std::string path = ::testing::TempDir() + "refservice_answer.json";
+  {
+    std::ofstream file(path, std::ios::binary);
+    file << R"({"rankedApps": []})";
+  }
+  EXPECT_TRUE(service.setAnswerFromFile("nativeQualityNetwork", path));
+  EXPECT_EQ(service.entityTagFor("nativeQualityNetwork"),
+            ReferenceMarketingService::entityTagForBytes(R"({"rankedApps": []})"));
+  EXPECT_FALSE(service.setAnswerFromFile("nativeQualityNetwork", path + ".missing"));
+  EXPECT_EQ(service.entityTagFor("nativeQualityNetwork"),
+            ReferenceMarketingService::entityTagForBytes(R"({"rankedApps": []})"));
+  std::remove(path.c_str());
 }
 
 }  // namespace
