@@ -2,8 +2,11 @@
 #include "iam/iam.h"
 
 int main() {
-  auto store = std::make_shared<iam::InMemoryPreferencesStore>();
-  iam::PreferencesStore::setStandard(store);
+  iam::PreferencesStore::setStandard(std::make_shared<iam::InMemoryPreferencesStore>());
   iam::ZTSettings::incrementRunCount();
+  auto response = iam::AdvertisementsResponseParser().parse(
+      std::string_view(R"({"advertisements": [], "appConfig": {"minimumPopupImpressionTimeInterval": 30}})"),
+      iam::OspreyServiceContentInfo::contentInfoCreatedNow(), std::nullopt);
+  if (!response) return 2;
   return iam::ZTSettings::runCount() == 1 ? 0 : 1;
 }
