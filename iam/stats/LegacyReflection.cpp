@@ -16,7 +16,15 @@ void warn(const std::string& message, int line, std::string_view function) {
   LogBridge::warning(message, LegacyReflection::kLogFile, line, function);
 }
 
-std::string quoted(std::string_view text) { return "'" + std::string(text) + "'"; }
+// "'text'", built by appending (GCC 12 misreports `"'" + std::string`).
+std::string quoted(std::string_view text) {
+  std::string out;
+  out.reserve(text.size() + 2);
+  out.push_back('\'');
+  out.append(text);
+  out.push_back('\'');
+  return out;
+}
 
 // Type-code reader with the layout rules of a 64-bit target.
 class TypeEncodingReader {
@@ -180,38 +188,47 @@ LegacyValue::Number numberOfType(char code, const LegacyValue::Number& n) {
   }
 }
 
-// What `decodeObject` yields for an archived value; none when it cannot be read back.
-std::optional<LegacyValue> decodeObjectValue(const ArchiveValue& v) {
+// What `decodeObject` yields for an archived value; false when it cannot be read back.
+bool decodeObjectValue(const ArchiveValue& v, LegacyValue& out) {
   using Kind = ArchiveValue::Kind;
   switch (v.kind()) {
-    case Kind::Null: return LegacyValue();
-    case Kind::Boolean: return LegacyValue(LegacyValue::Number::fromSigned('B', *v.boolValue() ? 1 : 0));
+    case Kind::Null: out = LegacyValue(); return true;
+    case Kind::Boolean: out = LegacyValue::Number::fromSigned('B', *v.boolValue() ? 1 : 0); return true;
     case Kind::Integer:
-      if (auto i = v.integerValue()) return LegacyValue(LegacyValue::Number::fromSigned('q', *i));
-      if (auto u = v.unsignedValue()) return LegacyValue(LegacyValue::Number::fromUnsigned('Q', *u));
-      return std::nullopt;
-    case Kind::Double: return LegacyValue(LegacyValue::Number::fromFloating('d', *v.doubleValue()));
-    case Kind::String: return LegacyValue(std::string(*v.stringValue()));
-    case Kind::Date: return LegacyValue(*v.dateValue());
+      if (auto i = v.integerValue()) {
+        out = LegacyValue::Number::fromSigned('q', *i);
+        return true;
+      }
+      if (auto u = v.unsignedValue()) {
+        out = LegacyValue::Number::fromUnsigned('Q', *u);
+        return true;
+      }
+      return false;
+    case Kind::Double: out = LegacyValue::Number::fromFloating('d', *v.doubleValue()); return true;
+    case Kind::String: out = std::string(*v.stringValue()); return true;
+    case Kind::Date: out = *v.dateValue(); return true;
     case Kind::Data: {
       auto bytes = *v.dataValue();
-      return LegacyValue(Data(bytes.begin(), bytes.end()));
+      out = Data(bytes.begin(), bytes.end());
+      return true;
     }
     case Kind::Object: {
       auto object = v.decodeObject();
-      if (!object) return std::nullopt;
-      return LegacyValue(std::move(object));
+      if (!object) return false;
+      out = std::move(object);
+      return true;
     }
     case Kind::Map: {
       LegacyValue::ObjectMap map;
       for (std::size_t i = 0; i < v.size(); ++i) {
         auto object = v.valueAt(i).decodeObject();
-        if (!object) return std::nullopt;
+        if (!object) return false;
         map.emplace(std::string(v.keyAt(i)), std::move(object));
       }
-      return LegacyValue(std::move(map));
+      out = std::move(map);
+      return true;
     }
-    default: return std::nullopt;
+    default: return false;
   }
 }
 
@@ -223,41 +240,41 @@ void forEachIvar(const LegacyClass& cls, F&& f) {
   }
 }
 
-// One field, the object already locked.
-void encodeLocked(std::string_view key, std::string_view typeEncoding, const LegacyReflectable& object,
-                  KeyedArchiver& encoder, bool& excluded) {
+bool readsField(char code) { return code == '@' || code == '{' || isScalarCode(code); }
+
+// Encodes one field from the value read out of it (none when the object has no such field).
+// Needs no lock: the value is a copy.
+void encodeRead(std::string_view key, std::string_view typeEncoding, const LegacyValue* value, KeyedArchiver& encoder,
+                bool& excluded) {
   static constexpr std::string_view kFunction = "encodeValueWithKey:typeEncoding:object:encoder:excluded:";
-  const LegacyIvar* ivar = object.legacyReflectedClass().ivarNamed(key);
   const char code = typeEncoding.empty() ? '\0' : typeEncoding.front();
-  if (ivar != nullptr && code == '@') {
-    if (!encodeObjectValue(ivar->read(object), key, encoder)) {
+  if (!readsField(code)) {
+    warn("Unknown type encoding " + quoted(typeEncoding) + " for ivar " + quoted(key) + " found.", __LINE__, kFunction);
+    excluded = true;
+  } else if (value == nullptr) {
+    // No such field: nothing to read, so nothing is archived for it.
+    excluded = true;
+  } else if (code == '@') {
+    if (!encodeObjectValue(*value, key, encoder)) {
       warn("Ivar " + quoted(key) + " is does not conforms to the NSCoding protocol.", __LINE__, kFunction);
       excluded = true;
     }
-  } else if (ivar != nullptr && isScalarCode(code)) {
-    const LegacyValue value = ivar->read(object);
-    const auto* n = value.get<LegacyValue::Number>();
-    if (n == nullptr) {
-      warn("Unknown type encoding " + quoted(typeEncoding) + " for ivar " + quoted(key) + " found.", __LINE__, kFunction);
-      excluded = true;
-      return;
-    }
-    encodeObjectValue(numberOfType(code, *n), key, encoder);
-  } else if (ivar != nullptr && code == '{') {
-    const LegacyValue value = ivar->read(object);
-    const auto* s = value.get<LegacyValue::StructValue>();
+  } else if (code == '{') {
+    const auto* s = value->get<LegacyValue::StructValue>();
     const auto size = LegacyReflection::sizeAndAlignmentOfTypeEncoding(typeEncoding);
     if (s == nullptr || !size || size->first > s->bytes.size()) {
       warn("Failed to encode struct for ivar " + quoted(key), __LINE__, kFunction);
       return;
     }
     encoder.encodeData(std::span<const std::uint8_t>(s->bytes.data(), size->first), key);
-  } else if (ivar == nullptr) {
-    // No such field: nothing to read, so nothing is archived for it.
-    excluded = true;
   } else {
-    warn("Unknown type encoding " + quoted(typeEncoding) + " for ivar " + quoted(key) + " found.", __LINE__, kFunction);
-    excluded = true;
+    const auto* n = value->get<LegacyValue::Number>();
+    if (n == nullptr) {
+      warn("Unknown type encoding " + quoted(typeEncoding) + " for ivar " + quoted(key) + " found.", __LINE__, kFunction);
+      excluded = true;
+      return;
+    }
+    encodeObjectValue(numberOfType(code, *n), key, encoder);
   }
 }
 
@@ -273,8 +290,8 @@ void decodeLocked(std::string_view key, std::string_view typeEncoding, LegacyRef
   const LegacyIvar* ivar = object.legacyReflectedClass().ivarNamed(key);
   const char code = typeEncoding.empty() ? '\0' : typeEncoding.front();
   if (code == '@' || isScalarCode(code)) {
-    auto value = decodeObjectValue(archived);
-    if (!value || ivar == nullptr || !ivar->write(object, *value)) {
+    LegacyValue value;
+    if (!decodeObjectValue(archived, value) || ivar == nullptr || !ivar->write(object, value)) {
       warn("Failed to set value for ivar " + quoted(key), __LINE__, kFunction);
     }
   } else if (code == '{') {
@@ -328,16 +345,28 @@ void LegacyReflection::automatedEncodeWithObject(const LegacyReflectable& object
 
 void LegacyReflection::automatedEncodeWithObject(const LegacyReflectable& object, KeyedArchiver& encoder,
                                                  const std::vector<std::string>& exludeIvars) {
-  // What the caller leaves out is listed too, so that decoding skips it without a warning.
-  std::vector<std::string> excludedIvars = exludeIvars;
+  // The fields are copied out under the object's lock and encoded after it is released, so that
+  // threads updating the object wait for a copy, not for the encoding.
+  struct Read {
+    const LegacyIvar* ivar;
+    LegacyValue value;
+  };
+  std::vector<Read> reads;
+  reads.reserve(16);
   {
     std::lock_guard lock(object.fieldsMutex());
     forEachIvar(object.legacyReflectedClass(), [&](const LegacyIvar& ivar) {
       if (std::find(exludeIvars.begin(), exludeIvars.end(), ivar.name) != exludeIvars.end()) return;
-      bool excluded = false;
-      encodeLocked(ivar.name, ivar.typeEncoding, object, encoder, excluded);
-      if (excluded) excludedIvars.emplace_back(ivar.name);
+      const char code = ivar.typeEncoding.empty() ? '\0' : ivar.typeEncoding.front();
+      reads.push_back({&ivar, readsField(code) ? ivar.read(object) : LegacyValue()});
     });
+  }
+  // What the caller leaves out is listed too, so that decoding skips it without a warning.
+  std::vector<std::string> excludedIvars = exludeIvars;
+  for (const auto& r : reads) {
+    bool excluded = false;
+    encodeRead(r.ivar->name, r.ivar->typeEncoding, &r.value, encoder, excluded);
+    if (excluded) excludedIvars.emplace_back(r.ivar->name);
   }
   encoder.encodeStringArray(excludedIvars, kExcludedIvarsKey);
 }
@@ -353,8 +382,13 @@ void LegacyReflection::automatedDecodeWithObject(LegacyReflectable& object, cons
 
 void LegacyReflection::encodeValueWithKey(std::string_view key, std::string_view typeEncoding,
                                           const LegacyReflectable& object, KeyedArchiver& encoder, bool& excluded) {
-  std::lock_guard lock(object.fieldsMutex());
-  encodeLocked(key, typeEncoding, object, encoder, excluded);
+  const LegacyIvar* ivar = object.legacyReflectedClass().ivarNamed(key);
+  std::optional<LegacyValue> value;
+  if (ivar != nullptr) {
+    std::lock_guard lock(object.fieldsMutex());
+    value = ivar->read(object);
+  }
+  encodeRead(key, typeEncoding, value ? &*value : nullptr, encoder, excluded);
 }
 
 void LegacyReflection::decodeValueWithKey(std::string_view key, std::string_view typeEncoding,

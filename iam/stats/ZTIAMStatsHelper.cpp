@@ -2,7 +2,6 @@
 
 #include <string>
 #include <utility>
-#include <vector>
 
 #include "iam/model/Advertisement.h"
 #include "iam/platform/InfoLogSwitch.h"
@@ -12,22 +11,39 @@
 namespace iam {
 namespace {
 
-// Takes the map's entries under the store's lock and writes them outside it: the lock is held for
-// a copy of pointers, not for the encoding or the disk. Records are read under their own locks.
+// The record under `key`, made by `make` and added to a new copy of the map when there is none.
+template <class Map, class Make>
+typename Map::mapped_type getOrCreate(std::mutex& mutex, std::shared_ptr<const Map>& map, const std::string& key,
+                                      Make make) {
+  std::shared_ptr<const Map> replaced;  // freed after the lock is released
+  std::lock_guard lock(mutex);
+  auto it = map->find(key);
+  if (it != map->end()) return it->second;
+  auto record = make();
+  auto grown = std::make_shared<Map>(*map);
+  grown->emplace(key, record);
+  replaced = std::exchange(map, std::move(grown));
+  return record;
+}
+
+// Takes the current map under the store's lock and writes it outside: the lock is held for a
+// pointer copy, not for the encoding or the disk. Records are read under their own locks.
 template <class Map>
-void saveSnapshot(std::mutex& mutex, const Map& map, std::string_view key) {
-  std::vector<std::pair<std::string, typename Map::mapped_type>> snapshot;
+void saveCurrent(std::mutex& mutex, const std::shared_ptr<const Map>& map, std::string_view key) {
+  std::shared_ptr<const Map> current;
   {
     std::lock_guard lock(mutex);
-    snapshot.reserve(map.size());
-    snapshot.assign(map.begin(), map.end());
+    current = map;
   }
-  ZTSettings::saveDictionaryToPreferences(snapshot, key);
+  ZTSettings::saveDictionaryToPreferences(*current, key);
 }
 
 }  // namespace
 
-ZTIAMStatsHelper::ZTIAMStatsHelper() : queue_(std::make_unique<LegacyZTBackgroundQueue>(std::string(kQueueUniqueId))) {
+ZTIAMStatsHelper::ZTIAMStatsHelper()
+    : advertisementStats_(std::make_shared<const AdvertisementStatsMap>()),
+      globalAppEventStats_(std::make_shared<const AppEventStatsMap>()),
+      queue_(std::make_unique<LegacyZTBackgroundQueue>(std::string(kQueueUniqueId))) {
   queue_->setMaxConcurrentCount(1);
   loadAdvertisementStats();
   loadGlobalAppEventStats();
@@ -37,23 +53,19 @@ ZTIAMStatsHelper::~ZTIAMStatsHelper() { waitUntilSavesAreFinished(); }
 
 std::shared_ptr<ZTIAMAdvertisementStats> ZTIAMStatsHelper::getAdvertisementStatsByAdvertisementId(
     const std::string& advertisementId) {
-  std::lock_guard lock(mutex_);
-  auto it = advertisementStats_.lower_bound(advertisementId);
-  if (it != advertisementStats_.end() && it->first == advertisementId) return it->second;
-  auto record = std::make_shared<ZTIAMAdvertisementStats>();
-  record->setAdvertisementId(advertisementId);
-  advertisementStats_.emplace_hint(it, advertisementId, record);
-  return record;
+  return getOrCreate(mutex_, advertisementStats_, advertisementId, [&] {
+    auto record = std::make_shared<ZTIAMAdvertisementStats>();
+    record->setAdvertisementId(advertisementId);
+    return record;
+  });
 }
 
 std::shared_ptr<ZTIAMAppEventStats> ZTIAMStatsHelper::getAppEventStatsByEventKey(const std::string& eventKey) {
-  std::lock_guard lock(mutex_);
-  auto it = globalAppEventStats_.lower_bound(eventKey);
-  if (it != globalAppEventStats_.end() && it->first == eventKey) return it->second;
-  auto record = std::make_shared<ZTIAMAppEventStats>();
-  record->setEventKey(eventKey);
-  globalAppEventStats_.emplace_hint(it, eventKey, record);
-  return record;
+  return getOrCreate(mutex_, globalAppEventStats_, eventKey, [&] {
+    auto record = std::make_shared<ZTIAMAppEventStats>();
+    record->setEventKey(eventKey);
+    return record;
+  });
 }
 
 void ZTIAMStatsHelper::countAdvertisementEvent(const ZTIAMAdvertisementEvent& event,
@@ -95,15 +107,16 @@ void ZTIAMStatsHelper::handleAppEventWithKey(const std::string& eventKey) {
 void ZTIAMStatsHelper::resetAllStats() {
   {
     std::lock_guard lock(mutex_);
-    advertisementStats_.clear();
-    globalAppEventStats_.clear();
+    advertisementStats_ = std::make_shared<const AdvertisementStatsMap>();
+    globalAppEventStats_ = std::make_shared<const AppEventStatsMap>();
   }
   saveAdvertisementStats();
   saveGlobalAppEventStats();
 }
 
 void ZTIAMStatsHelper::loadAdvertisementStats() {
-  auto loaded = ZTSettings::getSafeDictionaryFromPreferencesWithKey<ZTIAMAdvertisementStats>(kAdvertisementStatsKey);
+  auto loaded = std::make_shared<const AdvertisementStatsMap>(
+      ZTSettings::getSafeDictionaryFromPreferencesWithKey<ZTIAMAdvertisementStats>(kAdvertisementStatsKey));
   {
     std::lock_guard lock(mutex_);
     advertisementStats_ = std::move(loaded);
@@ -114,7 +127,8 @@ void ZTIAMStatsHelper::loadAdvertisementStats() {
 }
 
 void ZTIAMStatsHelper::loadGlobalAppEventStats() {
-  auto loaded = ZTSettings::getSafeDictionaryFromPreferencesWithKey<ZTIAMAppEventStats>(kGlobalAppEventStatsKey);
+  auto loaded = std::make_shared<const AppEventStatsMap>(
+      ZTSettings::getSafeDictionaryFromPreferencesWithKey<ZTIAMAppEventStats>(kGlobalAppEventStatsKey));
   {
     std::lock_guard lock(mutex_);
     globalAppEventStats_ = std::move(loaded);
@@ -125,23 +139,31 @@ void ZTIAMStatsHelper::loadGlobalAppEventStats() {
 }
 
 void ZTIAMStatsHelper::saveAdvertisementStats() {
-  queue_->performNoResultOnBackground([this] { saveSnapshot(mutex_, advertisementStats_, kAdvertisementStatsKey); },
+  queue_->performNoResultOnBackground([this] { saveCurrent(mutex_, advertisementStats_, kAdvertisementStatsKey); },
                                       nullptr);
 }
 
 void ZTIAMStatsHelper::saveGlobalAppEventStats() {
-  queue_->performNoResultOnBackground([this] { saveSnapshot(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey); },
+  queue_->performNoResultOnBackground([this] { saveCurrent(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey); },
                                       nullptr);
 }
 
 ZTIAMStatsHelper::AdvertisementStatsMap ZTIAMStatsHelper::advertisementStats() const {
-  std::lock_guard lock(mutex_);
-  return advertisementStats_;
+  std::shared_ptr<const AdvertisementStatsMap> current;
+  {
+    std::lock_guard lock(mutex_);
+    current = advertisementStats_;
+  }
+  return *current;
 }
 
 ZTIAMStatsHelper::AppEventStatsMap ZTIAMStatsHelper::globalAppEventStats() const {
-  std::lock_guard lock(mutex_);
-  return globalAppEventStats_;
+  std::shared_ptr<const AppEventStatsMap> current;
+  {
+    std::lock_guard lock(mutex_);
+    current = globalAppEventStats_;
+  }
+  return *current;
 }
 
 void ZTIAMStatsHelper::waitUntilSavesAreFinished() { queue_->waitUntilAllOperationsAreFinished(); }

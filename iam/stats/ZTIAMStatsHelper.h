@@ -76,9 +76,12 @@ class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
  private:
   void countAdvertisementEvent(const ZTIAMAdvertisementEvent& event, void (ZTIAMAdvertisementStats::*handle)());
 
+  // The maps are never changed in place: adding a record or emptying a map installs a new map,
+  // so that a save reads a consistent map without holding the lock while it encodes. Records are
+  // added rarely (once per advertisement or event key); counting changes only the records.
   mutable std::mutex mutex_;
-  AdvertisementStatsMap advertisementStats_;  // guarded by mutex_
-  AppEventStatsMap globalAppEventStats_;      // guarded by mutex_
+  std::shared_ptr<const AdvertisementStatsMap> advertisementStats_;  // guarded by mutex_
+  std::shared_ptr<const AppEventStatsMap> globalAppEventStats_;      // guarded by mutex_
   // Constant after construction. Its tasks use `this`; the destructor drains it first.
   const std::unique_ptr<LegacyZTBackgroundQueue> queue_;
 };
