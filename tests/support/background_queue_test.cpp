@@ -4,7 +4,7 @@
 #include <any>
 #include <atomic>
 #include <chrono>
-#include <condition_variable>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <stdexcept>
@@ -22,25 +22,14 @@
 namespace iam {
 namespace {
 
-// A one-shot gate that a work block can wait on while the test decides what happens next.
-class Gate {
- public:
-  void open() {
-    {
-      std::lock_guard lock(mutex_);
-      open_ = true;
-    }
-    cv_.notify_all();
-  }
-  bool wait() {
-    std::unique_lock lock(mutex_);
-    return cv_.wait_for(lock, std::chrono::seconds(10), [this] { return open_; });
-  }
+using Entries = std::vector<std::string>;
 
- private:
-  std::mutex mutex_;
-  std::condition_variable cv_;
-  bool open_ = false;
+// A one-shot gate a work block can wait on while the test decides what happens next.
+struct Gate {
+  std::promise<void> promise;
+  std::shared_future<void> future = promise.get_future().share();
+  void open() { promise.set_value(); }
+  bool wait() const { return future.wait_for(std::chrono::seconds(10)) == std::future_status::ready; }
 };
 
 // What ran, from any thread, in order.
@@ -50,22 +39,20 @@ class Journal {
     std::lock_guard lock(mutex_);
     entries_.push_back(std::move(what));
   }
-  std::vector<std::string> entries() const {
+  Entries entries() const {
     std::lock_guard lock(mutex_);
     return entries_;
   }
 
  private:
   mutable std::mutex mutex_;
-  std::vector<std::string> entries_;
+  Entries entries_;
 };
 
 class BackgroundQueueTest : public ::testing::Test {
  protected:
-  void SetUp() override { RunLoop::main().runUntilIdle(); }  // this thread drives the main loop
+  void SetUp() override { drainMain(); }  // this thread drives the main loop
   void TearDown() override { EXPECT_TRUE(ZTDispatchTools::settleForTesting()); }
-
-  // Lets posted finished blocks run.
   static void drainMain() { RunLoop::main().runUntilIdle(); }
 };
 
@@ -76,10 +63,12 @@ TEST_F(BackgroundQueueTest, OperationsRunInOrderOneAtATimeAndFinishOnTheMainThre
   EXPECT_TRUE(queue->showIntermediateResults());
 
   Journal journal;
-  std::atomic<int> running{0};
-  std::atomic<int> mostAtOnce{0};
-  std::vector<std::thread::id> finishedOn;
+  std::atomic<int> running{0}, mostAtOnce{0};
+  const auto mainId = std::this_thread::get_id();
+  Entries expected(40);
   for (int i = 0; i < 20; ++i) {
+    expected[i] = "work " + std::to_string(i);
+    expected[20 + i] = "finished " + std::to_string(i * 10);
     queue->performOnBackground(
         [&, i]() -> std::any {
           mostAtOnce = std::max(mostAtOnce.load(), ++running);
@@ -89,29 +78,19 @@ TEST_F(BackgroundQueueTest, OperationsRunInOrderOneAtATimeAndFinishOnTheMainThre
           return i * 10;
         },
         [&](std::any result) {
-          finishedOn.push_back(std::this_thread::get_id());
-          journal.note("finished " + std::to_string(std::any_cast<int>(result)));
+          journal.note((std::this_thread::get_id() == mainId ? "finished " : "off main ") +
+                       std::to_string(std::any_cast<int>(result)));
         });
   }
   queue->waitUntilAllOperationsAreFinished();
-  drainMain();
-
+  drainMain();  // finished blocks wait for the main loop, so they all come after the work
   EXPECT_EQ(mostAtOnce.load(), 1);
-  std::vector<std::string> work, finished;
-  for (const auto& e : journal.entries()) (e.rfind("work", 0) == 0 ? work : finished).push_back(e);
-  ASSERT_EQ(work.size(), 20u);
-  ASSERT_EQ(finished.size(), 20u);
-  for (int i = 0; i < 20; ++i) {
-    EXPECT_EQ(work[i], "work " + std::to_string(i));
-    EXPECT_EQ(finished[i], "finished " + std::to_string(i * 10));
-  }
-  for (auto id : finishedOn) EXPECT_EQ(id, std::this_thread::get_id());
+  EXPECT_EQ(journal.entries(), expected);
 }
 
 TEST_F(BackgroundQueueTest, RaisingTheConcurrencyLetsOperationsOverlap) {
   LegacyZTBackgroundQueue queue("wide");
   queue.setMaxConcurrentCount(2);
-  EXPECT_EQ(queue.maxConcurrentCount(), 2);
   // Each waits for the other: only two threads running at once can finish both.
   std::atomic<int> arrived{0};
   std::atomic<bool> bothSeen{false};
@@ -133,13 +112,8 @@ TEST_F(BackgroundQueueTest, CancelledOperationsRunNeitherBlockAndACancelDuringWo
   LegacyZTBackgroundQueue queue("cancel");
   Journal journal;
   Gate started, release;
-  queue.performNoResultOnBackground(
-      [&] {
-        started.open();
-        release.wait();
-        journal.note("running work");
-      },
-      [&] { journal.note("running finished"); });
+  queue.performNoResultOnBackground([&] { started.open(); release.wait(); journal.note("running work"); },
+                                    [&] { journal.note("running finished"); });
   queue.performNoResultOnBackground([&] { journal.note("waiting work"); }, [&] { journal.note("waiting finished"); });
   queue.performOnBackground([&]() -> std::any { journal.note("result work"); return 1; },
                             [&](std::any) { journal.note("result finished"); });
@@ -149,21 +123,20 @@ TEST_F(BackgroundQueueTest, CancelledOperationsRunNeitherBlockAndACancelDuringWo
   queue.waitUntilAllOperationsAreFinished();
   drainMain();
   // The running block is never interrupted, but nothing follows it.
-  EXPECT_EQ(journal.entries(), std::vector<std::string>{"running work"});
+  EXPECT_EQ(journal.entries(), Entries{"running work"});
 
   // The queue keeps working after a cancel.
   queue.performNoResultOnBackground([&] { journal.note("later work"); }, [&] { journal.note("later finished"); });
   queue.waitUntilAllOperationsAreFinished();
   drainMain();
-  EXPECT_EQ(journal.entries(), (std::vector<std::string>{"running work", "later work", "later finished"}));
-}
+  EXPECT_EQ(journal.entries(), (Entries{"running work", "later work", "later finished"}));
 
-TEST_F(BackgroundQueueTest, ACancelAfterTheFinishedBlockWasPostedNoLongerStopsIt) {
-  OperationQueue queue("late cancel");
+  // A cancel after the finished block was posted no longer stops it.
+  OperationQueue plain("late cancel");
   std::atomic<bool> finished{false};
   auto operation = std::make_shared<LegacyZTCancelableOperation>([] {}, [&] { finished = true; });
-  queue.addOperation(operation);
-  queue.waitUntilAllOperationsAreFinished();
+  plain.addOperation(operation);
+  plain.waitUntilAllOperationsAreFinished();
   EXPECT_TRUE(operation->isFinished());
   operation->cancel();
   drainMain();
@@ -177,27 +150,20 @@ TEST_F(BackgroundQueueTest, SearchesDeliverEveryResultOrOnlyTheNewest) {
     queue.setShowIntermediateResults(intermediate);
     Journal journal;
     Gate release;
+    auto note = [&](std::any r) { journal.note(std::any_cast<std::string>(r)); };
     // Holds the queue so that the searches below are all still waiting.
-    queue.performOnBackground([&]() -> std::any { release.wait(); return std::string("plain 1"); },
-                              [&](std::any r) { journal.note(std::any_cast<std::string>(r)); });
-    auto search = [&](const std::string& name) {
-      queue.performSearchOnBackground([name]() -> std::any { return name; },
-                                      [&](std::any r) { journal.note(std::any_cast<std::string>(r)); });
-    };
+    queue.performOnBackground([&]() -> std::any { release.wait(); return std::string("plain 1"); }, note);
+    auto search = [&](std::string name) { queue.performSearchOnBackground([name]() -> std::any { return name; }, note); };
     search("search A");
     search("search B");
-    queue.performOnBackground([]() -> std::any { return std::string("plain 2"); },
-                              [&](std::any r) { journal.note(std::any_cast<std::string>(r)); });
+    queue.performOnBackground([]() -> std::any { return std::string("plain 2"); }, note);
     search("search C");
     release.open();
     queue.waitUntilAllOperationsAreFinished();
     drainMain();
-    if (intermediate) {
-      EXPECT_EQ(journal.entries(),
-                (std::vector<std::string>{"plain 1", "search A", "search B", "plain 2", "search C"}));
-    } else {
-      EXPECT_EQ(journal.entries(), (std::vector<std::string>{"plain 1", "plain 2", "search C"}));
-    }
+    const Entries expected = intermediate ? Entries{"plain 1", "search A", "search B", "plain 2", "search C"}
+                                          : Entries{"plain 1", "plain 2", "search C"};
+    EXPECT_EQ(journal.entries(), expected);
   }
 }
 
@@ -223,9 +189,9 @@ TEST_F(BackgroundQueueTest, DestroyingTheQueueCancelsWhatWaitsAndJoins) {
     });
   }  // cancels, then waits for the running block
   opener.join();
-  EXPECT_EQ(journal.entries(), std::vector<std::string>{"running work"});
+  EXPECT_EQ(journal.entries(), Entries{"running work"});
   drainMain();
-  EXPECT_EQ(journal.entries(), std::vector<std::string>{"running work"});
+  EXPECT_EQ(journal.entries(), Entries{"running work"});
 }
 
 TEST_F(BackgroundQueueTest, AQueueReleasedByItsOwnOperationCancelsTheRest) {
@@ -246,7 +212,7 @@ TEST_F(BackgroundQueueTest, AQueueReleasedByItsOwnOperationCancelsTheRest) {
   while (!watch.expired() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   EXPECT_TRUE(watch.expired());
   std::this_thread::sleep_for(std::chrono::milliseconds(50));
-  EXPECT_EQ(journal->entries(), std::vector<std::string>{"releasing work"});
+  EXPECT_EQ(journal->entries(), Entries{"releasing work"});
 }
 
 TEST_F(BackgroundQueueTest, ClassOperationsRunOnThePoolAndFinishOnTheMainThread) {
@@ -254,21 +220,15 @@ TEST_F(BackgroundQueueTest, ClassOperationsRunOnThePoolAndFinishOnTheMainThread)
   std::atomic<int> done{0};
   const auto mainId = std::this_thread::get_id();
   std::atomic<bool> workOffMain{true};
+  auto where = [&] { return std::this_thread::get_id() == mainId ? " on main" : " elsewhere"; };
   LegacyZTBackgroundQueue::performNoCancelNoResultOnBackground(
-      [&] {
-        if (std::this_thread::get_id() == mainId) workOffMain = false;
-      },
-      [&] {
-        journal.note(std::this_thread::get_id() == mainId ? "no result on main" : "no result elsewhere");
-        ++done;
-      });
-  LegacyZTBackgroundQueue::performNoCancelOnBackground([]() -> std::any { return 7; },
-                                                      [&](std::any r) {
-                                                        journal.note("result " + std::to_string(std::any_cast<int>(r)));
-                                                        ++done;
-                                                      });
+      [&] { workOffMain = workOffMain && std::this_thread::get_id() != mainId; },
+      [&] { journal.note(std::string("no result") + where()); ++done; });
+  LegacyZTBackgroundQueue::performNoCancelOnBackground(
+      []() -> std::any { return 7; },
+      [&](std::any r) { journal.note("result " + std::to_string(std::any_cast<int>(r)) + where()); ++done; });
   LegacyZTBackgroundQueue::performNoCancelOnBackground([&] { ++done; });
-  // Without a finished block there is nothing to post; an empty required one is dropped.
+  // Without a finished block there is nothing to post.
   LegacyZTBackgroundQueue::performNoCancelNoResultOnBackground([&] { ++done; }, nullptr);
   LegacyZTBackgroundQueue::performNoCancelOnBackground([&]() -> std::any { ++done; return 0; }, nullptr);
   ASSERT_TRUE(RunLoop::main().runUntil([&] { return done.load() == 5; }, 10));
@@ -276,7 +236,7 @@ TEST_F(BackgroundQueueTest, ClassOperationsRunOnThePoolAndFinishOnTheMainThread)
   EXPECT_TRUE(workOffMain.load());
   auto entries = journal.entries();
   std::sort(entries.begin(), entries.end());
-  EXPECT_EQ(entries, (std::vector<std::string>{"no result on main", "result 7"}));
+  EXPECT_EQ(entries, (Entries{"no result on main", "result 7 on main"}));
 }
 
 TEST_F(BackgroundQueueTest, AThrowingWorkBlockIsContainedAndSkipsItsFinishedBlock) {

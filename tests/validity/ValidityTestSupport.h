@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <string>
@@ -25,12 +26,12 @@ inline constexpr const char* kValidityLogFile = "InAppMarketing/source/Logic/Val
 // A stats getter with get-or-create look-ups that remembers what was asked, in order.
 class FakeStatsGetter final : public ZTIAMStatsGetterHelper {
  public:
-  std::shared_ptr<ZTIAMAdvertisementStats> getAdvertisementStatsByAdvertisementId(const std::string& advertisementId) override {
-    lookups.push_back("advertisement:" + advertisementId);
-    auto& record = advertisementStats[advertisementId];
+  std::shared_ptr<ZTIAMAdvertisementStats> getAdvertisementStatsByAdvertisementId(const std::string& id) override {
+    lookups.push_back("advertisement:" + id);
+    auto& record = advertisementStats[id];
     if (!record) {
       record = std::make_shared<ZTIAMAdvertisementStats>();
-      record->setAdvertisementId(advertisementId);
+      record->setAdvertisementId(id);
     }
     return record;
   }
@@ -44,7 +45,7 @@ class FakeStatsGetter final : public ZTIAMStatsGetterHelper {
     return record;
   }
 
-  // Raises the event's count to `count` (counts only grow).
+  // Counts only grow, so these raise a count to the value asked for.
   void setEventCount(const std::string& eventKey, std::int64_t count) {
     auto record = getAppEventStatsByEventKey(eventKey);
     while (record->count() < count) record->incrementCount();
@@ -76,15 +77,15 @@ class FakeAppConfig final : public ZTIAMAppConfigType {
   double minimumInterval_;
 };
 
-// Puts a manual clock, an empty in-memory preferences store (the launch count lives there) and a
-// log capture in place, with info logging off; restores all of it afterwards.
+// A manual clock, an empty in-memory preferences store (the launch count lives there) and a log
+// capture, with info logging off; all restored afterwards.
 class ValidityTest : public ::testing::Test {
  protected:
   static constexpr TimeInterval kStart = 1'700'000'000;
   static constexpr TimeInterval kDay = 24 * 60 * 60;
 
   void SetUp() override {
-    clock_ = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(kStart));
+    clock_ = std::make_shared<ManualClock>(at(0));
     Clock::setCurrent(clock_);
     previousStore_ = PreferencesStore::standard();
     PreferencesStore::setStandard(std::make_shared<InMemoryPreferencesStore>());
@@ -99,7 +100,6 @@ class ValidityTest : public ::testing::Test {
     Clock::setCurrent(nullptr);
   }
 
-  Date now() const { return clock_->now(); }
   // `seconds` from the start of the test's clock.
   static Date at(TimeInterval seconds) { return dateWithTimeIntervalSince1970(kStart + seconds); }
 
@@ -119,20 +119,25 @@ class ValidityTest : public ::testing::Test {
     return trigger;
   }
 
-  // The one line logged since the last call, checked field by field; clears the capture.
-  void expectSingleInfoLine(const std::string& message, const std::string& function) {
-    auto records = log_->records();
-    log_->clear();
-    ASSERT_EQ(records.size(), 1u) << "expected only: " << message;
-    EXPECT_EQ(records[0].level, LogLevel::Info);
-    EXPECT_EQ(records[0].message, message);
-    EXPECT_EQ(records[0].filename, kValidityLogFile);
-    EXPECT_EQ(records[0].function, function);
-  }
-  void expectNoLines() {
-    auto messages = log_->messages();
-    log_->clear();
-    EXPECT_TRUE(messages.empty()) << "unexpected: " << messages.front();
+  // Evaluates with info logging on, then off, checking the verdict and the one line logged each time
+  // ("" for none). Only a line `loggedRegardless` may appear with info logging off.
+  void expectVerdict(const std::function<bool()>& evaluate, bool want, const std::string& line,
+                     const std::string& function, bool loggedRegardless = false) {
+    for (bool info : {true, false}) {
+      InfoLogSwitch::setLogInfoEnabled(info);
+      EXPECT_EQ(evaluate(), want) << line << " info " << info;
+      auto records = log_->records();
+      log_->clear();
+      if (line.empty() || !(info || loggedRegardless)) {
+        EXPECT_TRUE(records.empty()) << "unexpected: " << records.front().message;
+        continue;
+      }
+      ASSERT_EQ(records.size(), 1u) << "expected only: " << line;
+      EXPECT_EQ(records[0].level, LogLevel::Info);
+      EXPECT_EQ(records[0].message, line);
+      EXPECT_EQ(records[0].filename, kValidityLogFile);
+      EXPECT_EQ(records[0].function, function);
+    }
   }
 
   std::shared_ptr<ManualClock> clock_;

@@ -6,7 +6,7 @@ namespace iam::testing {
 namespace {
 
 using Helper = ZTIAMAdvertisementValidityHelper;
-constexpr const char* kOperation = "isAdvertisementValid";
+using Seconds = std::optional<double>;
 
 std::string refusal(const std::string& id, const std::string& reason) {
   return "IAM: Advertisement '" + id + "' is currently not valid because " + reason;
@@ -14,176 +14,101 @@ std::string refusal(const std::string& id, const std::string& reason) {
 
 class AdvertisementValidityTest : public ValidityTest {
  protected:
-  std::shared_ptr<ZTIAMAdvertisementStats> freshStats(const std::string& id = "ad") {
+  void expectValid(const Advertisement& ad, const ZTIAMAdvertisementStats& stats, bool want,
+                   const std::string& line = "", bool loggedRegardless = false) {
+    expectVerdict([&] { return Helper::isAdvertisementValid(ad, stats); }, want, line, "isAdvertisementValid",
+                  loggedRegardless);
+  }
+  static std::shared_ptr<ZTIAMAdvertisementStats> freshStats(const std::string& id) {
     auto stats = std::make_shared<ZTIAMAdvertisementStats>();
     stats->setAdvertisementId(id);
     return stats;
   }
 };
 
-TEST_F(AdvertisementValidityTest, InvalidDisplayTypeIsRefusedWithoutAnyLine) {
-  InfoLogSwitch::setLogInfoEnabled(true);
-  auto ad = makeAdvertisement("ad", ZTIAMAdvertisementDisplayTypeInvalid);
-  auto stats = freshStats();
-  // Even with refusals further down that would log regardless of the switch.
-  ad->setEndDate(at(-10));
-  ad->setOkActionType(ZTIAMAdvertisementActionTypeOpenContactForm);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectNoLines();
-
-  ad->setDisplayType(ZTIAMAdvertisementDisplayTypeDfpInterstitial);
-  ad->setEndDate(std::nullopt);
-  ad->setOkActionType(ZTIAMAdvertisementActionTypeOpenStore);
-  EXPECT_TRUE(Helper::isAdvertisementValid(*ad, *stats));
-  expectNoLines();
-}
-
-TEST_F(AdvertisementValidityTest, ScheduleIncludesBothEndInstants) {
-  InfoLogSwitch::setLogInfoEnabled(true);
+TEST_F(AdvertisementValidityTest, ScheduleIncludesBothEndInstantsToTheFraction) {
   auto ad = makeAdvertisement("sched");
   auto stats = freshStats("sched");
-  const std::string message = refusal("sched", "of its start and end date.");
-
-  ad->setStartDate(at(1));
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(message, kOperation);
-  ad->setStartDate(at(0));
-  EXPECT_TRUE(Helper::isAdvertisementValid(*ad, *stats));
-
-  ad->setStartDate(std::nullopt);
-  ad->setEndDate(at(0));
-  EXPECT_TRUE(Helper::isAdvertisementValid(*ad, *stats));
-  clock_->advance(1);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(message, kOperation);
-  EXPECT_FALSE(Helper::currentDateIsValidForAdvertisement(*ad));
-
-  // A quarter second either side still counts.
-  ad->setEndDate(dateWithTimeIntervalSince1970(kStart + 0.75));
-  EXPECT_FALSE(Helper::currentDateIsValidForAdvertisement(*ad));
-  ad->setEndDate(std::nullopt);
-  ad->setStartDate(dateWithTimeIntervalSince1970(kStart + 1.25));
-  EXPECT_FALSE(Helper::currentDateIsValidForAdvertisement(*ad));
-  ad->setStartDate(dateWithTimeIntervalSince1970(kStart + 0.75));
-  EXPECT_TRUE(Helper::currentDateIsValidForAdvertisement(*ad));
-  expectNoLines();
+  struct Case { Seconds start, end; bool valid; } cases[] = {
+      {1, {}, false}, {0.25, {}, false}, {0, {}, true}, {-0.25, {}, true},
+      {{}, 0, true},  {{}, -0.25, false}, {{}, -1, false}, {-1, 1, true},
+  };
+  for (const auto& c : cases) {
+    ad->setStartDate(c.start ? std::optional(at(*c.start)) : std::nullopt);
+    ad->setEndDate(c.end ? std::optional(at(*c.end)) : std::nullopt);
+    SCOPED_TRACE(::testing::Message() << c.start.value_or(-99) << " " << c.end.value_or(-99));
+    EXPECT_EQ(Helper::currentDateIsValidForAdvertisement(*ad), c.valid);
+    expectValid(*ad, *stats, c.valid, c.valid ? "" : refusal("sched", "of its start and end date."));
+  }
 }
 
 TEST_F(AdvertisementValidityTest, ImpressionCapLetsOneMoreImpressionThrough) {
-  InfoLogSwitch::setLogInfoEnabled(true);
   auto ad = makeAdvertisement("capped");
   auto stats = freshStats("capped");
-  ad->setMaxImpressionCount(3);
-  stats->setNumberOfImpressions(3);
-  EXPECT_TRUE(Helper::isAdvertisementValid(*ad, *stats));
-  stats->setNumberOfImpressions(4);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(refusal("capped", "of its impression count (4)."), kOperation);
-
-  ad->setMaxImpressionCount(1);
-  stats->setNumberOfImpressions(1);
-  EXPECT_TRUE(Helper::impressionCountIsValidForAdvertisement(*ad, *stats));
-  stats->setNumberOfImpressions(2);
-  EXPECT_FALSE(Helper::impressionCountIsValidForAdvertisement(*ad, *stats));
-
-  // A cap below one is no cap.
-  stats->setNumberOfImpressions(1000);
-  for (std::int64_t cap : {0, -1}) {
-    ad->setMaxImpressionCount(cap);
-    EXPECT_TRUE(Helper::isAdvertisementValid(*ad, *stats)) << cap;
+  // A cap below one, or none, is no cap.
+  struct Case { std::optional<std::int64_t> cap; std::int64_t impressions; bool valid; } cases[] = {
+      {3, 3, true}, {3, 4, false}, {1, 1, true}, {1, 2, false}, {0, 1000, true}, {-1, 1000, true}, {{}, 1000, true},
+  };
+  for (const auto& c : cases) {
+    ad->setMaxImpressionCount(c.cap);
+    stats->setNumberOfImpressions(c.impressions);
+    SCOPED_TRACE(::testing::Message() << c.cap.value_or(-99) << " " << c.impressions);
+    EXPECT_EQ(Helper::impressionCountIsValidForAdvertisement(*ad, *stats), c.valid);
+    expectValid(*ad, *stats, c.valid,
+                c.valid ? "" : refusal("capped", "of its impression count (" + std::to_string(c.impressions) + ")."));
   }
-  ad->setMaxImpressionCount(std::nullopt);
-  EXPECT_TRUE(Helper::isAdvertisementValid(*ad, *stats));
-  expectNoLines();
 }
 
-TEST_F(AdvertisementValidityTest, PostponementEndsAtItsExactEnd) {
-  InfoLogSwitch::setLogInfoEnabled(true);
+TEST_F(AdvertisementValidityTest, PostponementEndsAtItsExactEndInWholeSeconds) {
   auto ad = makeAdvertisement("later");
   auto stats = freshStats("later");
-  ad->setPostponeEnabled(true);
-  ad->setPostponeDelay(3600);
   stats->handlePostpone();  // stamped at the clock's start
-
-  clock_->advance(3599);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(refusal("later", "it is postponed."), kOperation);
-  clock_->advance(1);
-  EXPECT_TRUE(Helper::isAdvertisementValid(*ad, *stats));
-
-  // The delay counts in whole seconds: 3600.9 ends at 3600 too.
-  ad->setPostponeDelay(3600.9);
-  EXPECT_FALSE(Helper::advertisementIsPostponed(*ad, *stats));
-  clock_->setNow(at(3599.5));
-  EXPECT_TRUE(Helper::advertisementIsPostponed(*ad, *stats));
-
-  // Switched off, zero, or no delay: never postponed.
-  ad->setPostponeEnabled(false);
-  EXPECT_FALSE(Helper::advertisementIsPostponed(*ad, *stats));
-  ad->setPostponeEnabled(true);
-  for (std::optional<double> delay : {std::optional<double>(0.0), std::optional<double>(0.5), std::optional<double>()}) {
-    ad->setPostponeDelay(delay);
-    EXPECT_FALSE(Helper::advertisementIsPostponed(*ad, *stats));
+  struct Case { bool enabled; Seconds delay; double now; bool postponed; } cases[] = {
+      {true, 3600, 3599, true},    {true, 3600, 3600, false}, {true, 3600.9, 3599.5, true},
+      {true, 3600.9, 3600, false}, {false, 3600, 10, false},  {true, 0.0, 0, false},
+      {true, 0.5, 0, false},       {true, {}, 10, false},
+  };
+  for (const auto& c : cases) {
+    ad->setPostponeEnabled(c.enabled);
+    ad->setPostponeDelay(c.delay);
+    clock_->setNow(at(c.now));
+    SCOPED_TRACE(::testing::Message() << c.enabled << " " << c.delay.value_or(-99) << " " << c.now);
+    EXPECT_EQ(Helper::advertisementIsPostponed(*ad, *stats), c.postponed);
+    expectValid(*ad, *stats, !c.postponed, c.postponed ? refusal("later", "it is postponed.") : "");
   }
-  // Without a recorded postpone the delay does not matter.
+  // Without a recorded postpone the delay does not matter; dismissing or opening never rules out.
+  ad->setPostponeEnabled(true);
   ad->setPostponeDelay(3600);
-  EXPECT_FALSE(Helper::advertisementIsPostponed(*ad, *freshStats()));
-  expectNoLines();
-}
-
-TEST_F(AdvertisementValidityTest, DismissedAndOpenedNeverRuleOut) {
-  auto stats = freshStats();
+  stats = freshStats("later");
   stats->handleDismiss();
   stats->handleClick();
-  for (auto type : {ZTIAMAdvertisementDisplayTypeInvalid, ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload,
-                    ZTIAMAdvertisementDisplayTypeDfpInterstitial, ZTIAMAdvertisementDisplayTypeReviewQuestion}) {
-    auto ad = makeAdvertisement("ad", type);
-    EXPECT_FALSE(Helper::advertisementIsDismissed(*ad, *stats));
-    EXPECT_FALSE(Helper::advertisementIsOpened(*ad, *stats));
-  }
-}
-
-TEST_F(AdvertisementValidityTest, InfoSwitchHoldsBackScheduleCapAndPostponeLines) {
-  auto ad = makeAdvertisement("quiet");
-  auto stats = freshStats("quiet");
-  ad->setEndDate(at(-1));
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  ad->setEndDate(std::nullopt);
-  ad->setMaxImpressionCount(1);
-  stats->setNumberOfImpressions(2);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  ad->setMaxImpressionCount(std::nullopt);
-  ad->setPostponeEnabled(true);
-  ad->setPostponeDelay(60);
-  stats->handlePostpone();
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectNoLines();
+  EXPECT_FALSE(Helper::advertisementIsPostponed(*ad, *stats));
+  EXPECT_FALSE(Helper::advertisementIsDismissed(*ad, *stats));
+  EXPECT_FALSE(Helper::advertisementIsOpened(*ad, *stats));
 }
 
 TEST_F(AdvertisementValidityTest, CapabilityRefusalsAreLoggedRegardlessOfTheSwitch) {
-  // Info logging stays off throughout.
   auto form = makeAdvertisement("form");
   form->setOkActionType(ZTIAMAdvertisementActionTypeOpenContactForm);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*form, *freshStats("form")));
-  expectSingleInfoLine(refusal("form", "open contact form is not supported."), kOperation);
+  expectValid(*form, *freshStats("form"), false, refusal("form", "open contact form is not supported."), true);
 
   auto review = makeAdvertisement("review", ZTIAMAdvertisementDisplayTypeReviewQuestion);
-  auto reviewStats = freshStats("review");
-  reviewStats->setMostRecentImpressionDate(at(-kDay));
-  EXPECT_FALSE(Helper::isAdvertisementValid(*review, *reviewStats));
-  expectSingleInfoLine(refusal("review", "one of it additional parameters is invalid."), kOperation);
-  reviewStats->setMostRecentImpressionDate(at(-61 * kDay));
-  EXPECT_TRUE(Helper::isAdvertisementValid(*review, *reviewStats));
-
+  auto stats = freshStats("review");
+  stats->setMostRecentImpressionDate(at(-kDay));
+  expectValid(*review, *stats, false, refusal("review", "one of it additional parameters is invalid."), true);
+  stats->setMostRecentImpressionDate(at(-61 * kDay));
+  expectValid(*review, *stats, true);
   // The review rule belongs to review questions alone.
-  auto interstitial = makeAdvertisement("dfp", ZTIAMAdvertisementDisplayTypeDfpInterstitial);
-  reviewStats->setMostRecentImpressionDate(at(-1));
-  EXPECT_TRUE(Helper::isAdvertisementValid(*interstitial, *reviewStats));
-  expectNoLines();
+  stats->setMostRecentImpressionDate(at(-1));
+  expectValid(*makeAdvertisement("dfp"), *stats, true);
+
+  // An invalid display type is refused before anything is logged.
+  form->setDisplayType(ZTIAMAdvertisementDisplayTypeInvalid);
+  form->setEndDate(at(-10));
+  expectValid(*form, *stats, false);
 }
 
 TEST_F(AdvertisementValidityTest, FirstFailingCheckDecidesAndLogsAlone) {
-  InfoLogSwitch::setLogInfoEnabled(true);
   auto ad = makeAdvertisement("many", ZTIAMAdvertisementDisplayTypeReviewQuestion);
   auto stats = freshStats("many");
   ad->setOkActionType(ZTIAMAdvertisementActionTypeOpenContactForm);
@@ -195,27 +120,16 @@ TEST_F(AdvertisementValidityTest, FirstFailingCheckDecidesAndLogsAlone) {
   stats->setNumberOfImpressions(5);
   ad->setStartDate(at(10));
 
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(refusal("many", "of its start and end date."), kOperation);
+  // With info logging off, the earlier refusals never reach the lines written regardless.
+  expectValid(*ad, *stats, false, refusal("many", "of its start and end date."));
   ad->setStartDate(std::nullopt);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(refusal("many", "of its impression count (5)."), kOperation);
+  expectValid(*ad, *stats, false, refusal("many", "of its impression count (5)."));
   ad->setMaxImpressionCount(std::nullopt);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(refusal("many", "it is postponed."), kOperation);
+  expectValid(*ad, *stats, false, refusal("many", "it is postponed."));
   ad->setPostponeEnabled(false);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(refusal("many", "open contact form is not supported."), kOperation);
+  expectValid(*ad, *stats, false, refusal("many", "open contact form is not supported."), true);
   ad->setOkActionType(ZTIAMAdvertisementActionTypeOpenReview);
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectSingleInfoLine(refusal("many", "one of it additional parameters is invalid."), kOperation);
-
-  // Refused by its dates with info logging off, it never reaches the lines written regardless.
-  InfoLogSwitch::setLogInfoEnabled(false);
-  ad->setOkActionType(ZTIAMAdvertisementActionTypeOpenContactForm);
-  ad->setEndDate(at(-1));
-  EXPECT_FALSE(Helper::isAdvertisementValid(*ad, *stats));
-  expectNoLines();
+  expectValid(*ad, *stats, false, refusal("many", "one of it additional parameters is invalid."), true);
 }
 
 }  // namespace

@@ -9,7 +9,7 @@ using Review = ZTIAMReviewAdvertisementValidityHelper;
 
 class ReviewValidityTest : public ValidityTest {
  protected:
-  std::shared_ptr<Advertisement> reviewQuestion(std::optional<std::string> minimumDaysInterval) {
+  static std::shared_ptr<Advertisement> reviewQuestion(std::optional<std::string> minimumDaysInterval) {
     auto ad = makeAdvertisement("review", ZTIAMAdvertisementDisplayTypeReviewQuestion);
     if (minimumDaysInterval) {
       ZTIAMResourceMap resources;
@@ -18,56 +18,36 @@ class ReviewValidityTest : public ValidityTest {
     }
     return ad;
   }
-  bool validShownAt(const Advertisement& ad, Date shown) {
-    ZTIAMAdvertisementStats stats;
-    stats.setMostRecentImpressionDate(shown);
-    return Review::isReviewAdvertisementQuestionValid(ad, stats);
-  }
 };
 
-TEST_F(ReviewValidityTest, NeverShownIsValidWhateverTheParameter) {
-  for (auto parameter : {std::optional<std::string>(), std::optional<std::string>("100000"),
-                         std::optional<std::string>("not a number")}) {
+TEST_F(ReviewValidityTest, IntervalIsExclusiveOnBothSidesOfNow) {
+  // An impression in the future counts by its distance too.
+  struct Case { std::optional<std::string> parameter; double shownAt; bool valid; } cases[] = {
+      {{}, -59.9 * kDay, false}, {{}, -60 * kDay, false}, {{}, -60 * kDay - 1, true}, {{}, -60.1 * kDay, true},
+      {"7", -7 * kDay + 1, false}, {"7", -7 * kDay, false}, {"7", -7 * kDay - 1, true},
+      {"7", 6 * kDay, false}, {"7", 7 * kDay, false}, {"7", 10 * kDay, true},
+      {"0.5", -12 * 3600, false}, {"0.5", -12 * 3600 - 1, true}, {"not a number", -61 * kDay, true},
+  };
+  for (const auto& c : cases) {
     ZTIAMAdvertisementStats stats;
-    EXPECT_TRUE(Review::isReviewAdvertisementQuestionValid(*reviewQuestion(parameter), stats));
+    // Never shown is valid whatever the parameter.
+    EXPECT_TRUE(Review::isReviewAdvertisementQuestionValid(*reviewQuestion(c.parameter), stats));
+    stats.setMostRecentImpressionDate(at(c.shownAt));
+    EXPECT_EQ(Review::isReviewAdvertisementQuestionValid(*reviewQuestion(c.parameter), stats), c.valid)
+        << c.parameter.value_or("none") << " " << c.shownAt;
   }
 }
 
-TEST_F(ReviewValidityTest, DefaultIntervalIsSixtyDaysExclusive) {
-  auto ad = reviewQuestion(std::nullopt);
-  EXPECT_DOUBLE_EQ(Review::dayIntervalBetweenReviewQuestionsFor(*ad), 60.0);
-  EXPECT_FALSE(validShownAt(*ad, at(-59.9 * kDay)));
-  EXPECT_FALSE(validShownAt(*ad, at(-60 * kDay)));
-  EXPECT_TRUE(validShownAt(*ad, at(-60 * kDay - 1)));
-  EXPECT_TRUE(validShownAt(*ad, at(-60.1 * kDay)));
-}
-
-TEST_F(ReviewValidityTest, ParameterSetsTheIntervalExclusive) {
-  auto ad = reviewQuestion("7");
-  EXPECT_DOUBLE_EQ(Review::dayIntervalBetweenReviewQuestionsFor(*ad), 7.0);
-  EXPECT_FALSE(validShownAt(*ad, at(-7 * kDay + 1)));
-  EXPECT_FALSE(validShownAt(*ad, at(-7 * kDay)));
-  EXPECT_TRUE(validShownAt(*ad, at(-7 * kDay - 1)));
-
-  auto fractional = reviewQuestion("0.5");
-  EXPECT_DOUBLE_EQ(Review::dayIntervalBetweenReviewQuestionsFor(*fractional), 0.5);
-  EXPECT_FALSE(validShownAt(*fractional, at(-12 * 3600)));
-  EXPECT_TRUE(validShownAt(*fractional, at(-12 * 3600 - 1)));
-}
-
-TEST_F(ReviewValidityTest, UnusableParameterFallsBackToSixtyDays) {
-  for (const char* parameter : {"0", "-3", "abc", "", "nan", "inf", "."}) {
-    EXPECT_DOUBLE_EQ(Review::dayIntervalBetweenReviewQuestionsFor(*reviewQuestion(parameter)), 60.0) << parameter;
-  }
+TEST_F(ReviewValidityTest, ParameterParsingFallsBackToSixtyDays) {
   // Like the host's text-to-number conversion: leading blanks and trailing text are tolerated.
-  EXPECT_DOUBLE_EQ(Review::dayIntervalBetweenReviewQuestionsFor(*reviewQuestion(" 14 days")), 14.0);
-}
-
-TEST_F(ReviewValidityTest, FutureImpressionCountsByDistance) {
-  auto ad = reviewQuestion("7");
-  EXPECT_TRUE(validShownAt(*ad, at(10 * kDay)));
-  EXPECT_FALSE(validShownAt(*ad, at(7 * kDay)));
-  EXPECT_FALSE(validShownAt(*ad, at(6 * kDay)));
+  std::pair<std::optional<std::string>, double> cases[] = {
+      {std::nullopt, 60}, {"7", 7}, {"0.5", 0.5}, {" 14 days", 14}, {"0", 60}, {"-3", 60},
+      {"abc", 60},        {"", 60}, {"nan", 60},  {"inf", 60},      {".", 60},
+  };
+  for (const auto& [parameter, days] : cases) {
+    EXPECT_DOUBLE_EQ(Review::dayIntervalBetweenReviewQuestionsFor(*reviewQuestion(parameter)), days)
+        << parameter.value_or("none");
+  }
 }
 
 }  // namespace
