@@ -4,9 +4,6 @@
 // each of its paths. Header-only so that both net test programs can use it.
 
 #include <httplib.h>
-#include <netinet/in.h>
-#include <sys/socket.h>
-#include <unistd.h>
 
 #include <chrono>
 #include <condition_variable>
@@ -80,22 +77,5 @@ class TestHttpServer {
   bool isReleased_ = false;                 // guarded by mutex_
   std::vector<httplib::Request> received_;  // guarded by mutex_
 };
-
-// A loopback port on which nobody listens, so that connecting is refused.
-inline int refusedPort() {
-  const int fd = ::socket(AF_INET, SOCK_STREAM, 0);
-  sockaddr_in address{};
-  address.sin_family = AF_INET;
-  address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
-  address.sin_port = 0;
-  socklen_t length = sizeof(address);
-  int port = 0;
-  if (::bind(fd, reinterpret_cast<sockaddr*>(&address), sizeof(address)) == 0 &&
-      ::getsockname(fd, reinterpret_cast<sockaddr*>(&address), &length) == 0) {
-    port = ntohs(address.sin_port);
-  }
-  ::close(fd);  // bound but never listening: the port stays free and refuses
-  return port;
-}
 
 }  // namespace iam::testing

@@ -69,7 +69,7 @@ TEST_F(PreferencesTest, BothStoresKeepTheContract) {
   checkStoreContract(*sqlite);
 }
 
-TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALMode) {
+TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALModeAndSharesTheFile) {
   const std::string path = dir_.file("prefs.sqlite");
   {
     auto store = SQLitePreferencesStore::open(path);
@@ -81,11 +81,13 @@ TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALMode) {
     store->removeObjectForKey("removed");
   }
   auto store = SQLitePreferencesStore::open(path);
-  ASSERT_TRUE(store);
+  auto second = SQLitePreferencesStore::open(path);  // a host and the stats tool may hold the file at once
+  ASSERT_TRUE(store && second);
   EXPECT_EQ(store->dataForKey("kept"), bytes("kept"));
   EXPECT_EQ(store->dataForKey("changed"), bytes("new"));
-  EXPECT_EQ(store->dataForKey("removed"), std::nullopt);
   EXPECT_EQ(store->allKeys(), (std::vector<std::string>{"changed", "kept"}));
+  EXPECT_TRUE(second->setData(bytes("2"), "kept"));
+  EXPECT_EQ(store->dataForKey("kept"), bytes("2"));
 
   // The journal mode is a property of the file: read it with a connection of our own.
   sqlite3* db = nullptr;
@@ -96,18 +98,6 @@ TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALMode) {
   EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)), "wal");
   sqlite3_finalize(s);
   sqlite3_close(db);
-}
-
-TEST_F(PreferencesTest, TwoConnectionsToOneFileSeeEachOthersWrites) {
-  // A host and the stats tool may hold the same file open.
-  const std::string path = dir_.file("shared.sqlite");
-  auto first = SQLitePreferencesStore::open(path);
-  auto second = SQLitePreferencesStore::open(path);
-  ASSERT_TRUE(first && second);
-  EXPECT_TRUE(first->setData(bytes("1"), "k"));
-  EXPECT_EQ(second->dataForKey("k"), bytes("1"));
-  EXPECT_TRUE(second->setData(bytes("2"), "k"));
-  EXPECT_EQ(first->dataForKey("k"), bytes("2"));
 }
 
 TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
@@ -134,20 +124,15 @@ TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
 
 TEST_F(PreferencesTest, StandardStoreIsInMemoryUntilTheHostSetsOne) {
   auto initial = PreferencesStore::standard();
-  ASSERT_TRUE(initial);
   EXPECT_TRUE(std::dynamic_pointer_cast<InMemoryPreferencesStore>(initial));
   EXPECT_EQ(PreferencesStore::standard(), initial);
-
   auto sqlite = SQLitePreferencesStore::open(dir_.file("standard.sqlite"));
-  ASSERT_TRUE(sqlite);
   PreferencesStore::setStandard(sqlite);
   EXPECT_EQ(PreferencesStore::standard(), sqlite);
-
   PreferencesStore::setStandard(nullptr);
   auto fresh = PreferencesStore::standard();
   ASSERT_TRUE(fresh);
   EXPECT_NE(fresh, sqlite);
-  EXPECT_TRUE(fresh->allKeys().empty());
 }
 
 TEST_F(PreferencesTest, SettingsStoreRecordsAndMapsAcrossReopen) {
@@ -177,29 +162,7 @@ TEST_F(PreferencesTest, SettingsStoreRecordsAndMapsAcrossReopen) {
   EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("map"), nullptr);
 }
 
-TEST_F(PreferencesTest, DamagedValuesReadAsAbsent) {
-  PreferencesStore::setStandard(SQLitePreferencesStore::open(dir_.file("damaged.sqlite")));
-  auto store = PreferencesStore::standard();
-  ASSERT_TRUE(ZTSettings::saveArchivableObject(Counter(5), "record"));
-  const Bytes good = *store->dataForKey("record");
-
-  // Cut short, as by a torn write of some other store; then plain garbage.
-  store->setData(std::span(good).first(good.size() - 1), "record");
-  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
-  store->setData(bytes("not an archive at all"), "record");
-  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
-  EXPECT_EQ(ZTSettings::getUnarchivedObjectOfClassForKey<Counter>("record"), nullptr);
-  store->setData(bytes("\xdf\xff\xff\xff\xff"), "map");
-  EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map").empty());
-
-  // A damaged launch count starts again rather than failing.
-  store->setData(bytes("\xc1"), ZTSettings::kRunCountKey);
-  EXPECT_EQ(ZTSettings::runCount(), 0);
-  EXPECT_EQ(ZTSettings::incrementRunCount(), 1);
-  EXPECT_EQ(ZTSettings::runCount(), 1);
-}
-
-TEST_F(PreferencesTest, RunCountGrowsByOnePerLaunchAndPersists) {
+TEST_F(PreferencesTest, RunCountPersistsAndDamagedValuesReadAsAbsent) {
   const std::string path = dir_.file("runs.sqlite");
   PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
   EXPECT_EQ(ZTSettings::runCount(), 0);
@@ -207,14 +170,24 @@ TEST_F(PreferencesTest, RunCountGrowsByOnePerLaunchAndPersists) {
   EXPECT_EQ(ZTSettings::incrementRunCount(), 2);
   PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
   EXPECT_EQ(ZTSettings::runCount(), 2);
-  EXPECT_EQ(ZTSettings::incrementRunCount(), 3);
+  auto store = PreferencesStore::standard();
+  std::optional<std::int64_t> stored;  // the stored form is an archive whose root is the integer
+  EXPECT_TRUE(KeyedUnarchiver::withArchive(*store->dataForKey(ZTSettings::kRunCountKey),
+                                           [&](const ArchiveValue& v) { stored = v.integerValue(); }));
+  EXPECT_EQ(stored, 2);
 
-  // The stored form is an archive whose root is the integer.
-  auto data = PreferencesStore::standard()->dataForKey(ZTSettings::kRunCountKey);
-  ASSERT_TRUE(data);
-  std::optional<std::int64_t> stored;
-  EXPECT_TRUE(KeyedUnarchiver::withArchive(*data, [&](const ArchiveValue& v) { stored = v.integerValue(); }));
-  EXPECT_EQ(stored, 3);
+  ASSERT_TRUE(ZTSettings::saveArchivableObject(Counter(5), "record"));
+  const Bytes good = *store->dataForKey("record");
+  store->setData(std::span(good).first(good.size() - 1), "record");  // as by a torn write
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
+  store->setData(bytes("not an archive at all"), "record");
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectOfClassForKey<Counter>("record"), nullptr);
+  store->setData(bytes("\xdf\xff\xff\xff\xff"), "map");
+  EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map").empty());
+  // A damaged launch count starts again rather than failing.
+  store->setData(bytes("\xc1"), ZTSettings::kRunCountKey);
+  EXPECT_EQ(ZTSettings::runCount(), 0);
+  EXPECT_EQ(ZTSettings::incrementRunCount(), 1);
 }
 
 }  // namespace
