@@ -8,6 +8,7 @@
 #include <vector>
 
 #include "iam/model/AdvertisementParser.h"
+#include "model/model_test_support.h"
 
 namespace iam {
 namespace {
@@ -26,7 +27,7 @@ std::vector<CorpusFile> corpus() {
   return files;
 }
 
-class SilentSink final : public ZTIAMParseDiagnostics {
+class CountingSink final : public ZTIAMParseDiagnostics {
  public:
   void itemDropped(std::string_view path, std::string_view reason) override { count += path.size() + reason.size() > 0; }
   int count = 0;
@@ -38,7 +39,7 @@ TEST(ModelParsersCorpus, EveryCorpusFileIsRefusedOrParsedWithoutThrowing) {
   AdvertisementParser parser;
   for (const auto& file : files) {
     SCOPED_TRACE(file.name);
-    SilentSink sink;
+    CountingSink sink;
     for (ZTIAMParseDiagnostics* diagnostics : {static_cast<ZTIAMParseDiagnostics*>(nullptr),
                                                static_cast<ZTIAMParseDiagnostics*>(&sink)}) {
       EXPECT_NO_THROW({
@@ -56,27 +57,13 @@ TEST(ModelParsersCorpus, EveryCorpusFileIsRefusedOrParsedWithoutThrowing) {
 // Each well-formed corpus document in the place of each member of a valid advertisement: whatever
 // the parser makes of it, it must not fail in any other way.
 TEST(ModelParsersCorpus, CorpusValuesInEveryMemberOfAnAdvertisement) {
-  const auto base = nlohmann::json::parse(R"({
-    "id": "a", "name": "n",
-    "lifecycle": {"startTimestamp": 1, "endTimestamp": 2, "maxImpressionCount": 3, "postponeEnabled": true,
-                  "postponeDelay": 4},
-    "display": {"id": 16}, "okAction": {"id": 1, "url": "u", "advertisementId": "b"},
-    "dataSource": {"id": 1}, "state": {"id": 1}, "ignoreGlobalMinimumPopupTimeInterval": false,
-    "advertisedApp": {"id": "p", "packageName": "q", "publisher": "r", "storeUrl": "s", "reviewUrl": "t",
-                      "rating": 4, "free": true, "resources": {"x": "y"},
-                      "storeInfo": {"id": 1, "bundleId": "b", "name": "n", "iconTitle": "i", "subtitle": "s",
-                                    "icon": {"60": "a", "100": "b", "512": "c"}}},
-    "resources": {"title": "t"},
-    "triggers": [{"id": "t", "key": "k", "thresholdCount": 1, "displayDelay": 2, "maxFireCount": 3,
-                  "repeatIntervalCount": 4}],
-    "targets": [{"id": "g", "key": "s", "customViewClass": "c", "rowIndex": 1, "rowRepeatInterval": 2,
-                 "sectionIndex": 3, "sectionRepeatInterval": 4}]
-  })");
+  const auto base = testing::validAdvertisement();
   std::vector<std::string> pointers;
   const auto flat = base.flatten();
   for (const auto& [pointer, value] : flat.items()) pointers.push_back(pointer);
-  for (const char* p : {"/lifecycle", "/display", "/okAction", "/advertisedApp", "/advertisedApp/storeInfo",
-                        "/advertisedApp/storeInfo/icon", "/resources", "/triggers", "/triggers/0", "/targets"}) {
+  for (const char* p : {"/lifecycle", "/display", "/okAction", "/advertisedApp", "/advertisedApp/reviewUrl",
+                        "/advertisedApp/storeInfo", "/advertisedApp/storeInfo/icon", "/resources", "/triggers",
+                        "/triggers/0", "/targets"}) {
     pointers.emplace_back(p);
   }
 

@@ -10,13 +10,11 @@
 namespace iam {
 namespace {
 
-std::shared_ptr<ZTIAMResource> resource(std::string key, std::optional<std::string> value) {
-  return std::make_shared<ZTIAMResource>(std::move(key), std::move(value));
-}
+using Texts = std::vector<std::optional<std::string>>;
 
 ZTIAMResourceMap resources(std::initializer_list<std::pair<std::string, std::optional<std::string>>> entries) {
   ZTIAMResourceMap map;
-  for (const auto& [key, value] : entries) map[key] = resource(key, value);
+  for (const auto& [key, value] : entries) map[key] = std::make_shared<ZTIAMResource>(key, value);
   return map;
 }
 
@@ -30,58 +28,42 @@ static_assert(!std::is_default_constructible_v<AdvertisementTarget>);
 static_assert(!std::is_default_constructible_v<AdvertisementConfigurationData>);
 static_assert(std::is_same_v<ZTAdvertisementConfigurationData, AdvertisementConfigurationData>);
 
-TEST(AdvertisementRecord, NewAdvertisementHasTheDocumentedDefaults) {
+TEST(AdvertisementRecord, NewRecordsHaveTheDocumentedDefaults) {
   Advertisement ad("ad-1");
-  EXPECT_EQ(ad.advertisementId(), "ad-1");
-  EXPECT_EQ(ad.name(), std::nullopt);
-  EXPECT_EQ(ad.startDate(), std::nullopt);
-  EXPECT_EQ(ad.endDate(), std::nullopt);
-  EXPECT_EQ(ad.maxImpressionCount(), std::nullopt);
-  EXPECT_FALSE(ad.postponeEnabled());
-  EXPECT_EQ(ad.postponeDelay(), std::nullopt);
-  EXPECT_FALSE(ad.ignoreGlobalMinimumPopupTimeInterval());
-  EXPECT_EQ(ad.stateType(), ZTIAMAdvertisementStateTypeLive);
-  EXPECT_EQ(ad.displayType(), ZTIAMAdvertisementDisplayTypeInvalid);
-  EXPECT_EQ(ad.okActionType(), ZTIAMAdvertisementActionTypeOpenStore);
-  EXPECT_EQ(ad.dataSourceType(), ZTIAMAdvertisementDataSourceTypeInAppMarketing);
-  EXPECT_EQ(ad.okActionMeta(), std::nullopt);
-  EXPECT_TRUE(ad.triggers().empty());
-  EXPECT_TRUE(ad.targets().empty());
-  EXPECT_TRUE(ad.resources().empty());
-  EXPECT_EQ(ad.advertisedApp(), nullptr);
+  EXPECT_FALSE(ad.name() || ad.startDate() || ad.maxImpressionCount() || ad.postponeDelay() || ad.advertisedApp());
+  EXPECT_FALSE(ad.postponeEnabled() || ad.ignoreGlobalMinimumPopupTimeInterval());
+  EXPECT_EQ((std::vector<std::int64_t>{ad.stateType(), ad.displayType(), ad.okActionType(), ad.dataSourceType()}),
+            (std::vector<std::int64_t>{ZTIAMAdvertisementStateTypeLive, ZTIAMAdvertisementDisplayTypeInvalid,
+                                       ZTIAMAdvertisementActionTypeOpenStore,
+                                       ZTIAMAdvertisementDataSourceTypeInAppMarketing}));
+
+  AdvertisedApp app("app");
+  EXPECT_FALSE(app.free());
+  EXPECT_EQ(app.reviewUrl(), std::nullopt);
+
+  ZTAdvertisementConfigurationData request(std::make_shared<Advertisement>("ad"), nullptr, nullptr, nullptr);
+  EXPECT_EQ(request.delay(), 0.0);
+  EXPECT_TRUE(request.animated());
+  EXPECT_FALSE(request.force());
 }
 
 TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
   Advertisement ad("ad");
-  ad.setResources(resources({{"title", "T"},
-                             {"body", "B"},
-                             {"bodyImage", "https://img.example.com/body.png"},
-                             {"iconImage", "https://img.example.com/icon.png"},
-                             {"video", "https://video.example.com/v.mp4"},
-                             {"titleColor", "FF0000"},
-                             {"bodyColor", "00FF00"},
-                             {"okActionTitle", "Get it"},
-                             {"postponeTitle", "Not now"},
-                             {"dismissTitle", "Close"},
-                             {"title-a", "a"},
-                             {"title-b", "b"},
-                             {"title-c", "c"},
-                             {"title-d", "d"}}));
-  EXPECT_EQ(ad.title(), "T");
-  EXPECT_EQ(ad.body(), "B");
-  ASSERT_TRUE(ad.bodyImageUrl());
-  EXPECT_EQ(ad.bodyImageUrl()->absoluteString(), "https://img.example.com/body.png");
-  ASSERT_TRUE(ad.iconImageUrl());
-  EXPECT_EQ(ad.iconImageUrl()->absoluteString(), "https://img.example.com/icon.png");
+  ad.setResources(resources({{"title", "T"}, {"body", "B"}, {"bodyImage", "https://img.example.com/body.png"},
+                             {"iconImage", "https://img.example.com/icon.png"}, {"video", "https://video.example.com/v.mp4"},
+                             {"titleColor", "FF0000"}, {"bodyColor", "00FF00"}, {"okActionTitle", "Get it"},
+                             {"postponeTitle", "Not now"}, {"dismissTitle", "Close"}, {"title-a", "a"}, {"title-b", "b"},
+                             {"title-c", "c"}, {"title-d", "d"}}));
+  EXPECT_EQ((Texts{ad.title(), ad.body(), ad.okActionTitle(), ad.postponeTitle(), ad.dismissTitle()}),
+            (Texts{"T", "B", "Get it", "Not now", "Close"}));
   ASSERT_TRUE(ad.videoUrl());
-  EXPECT_EQ(ad.videoUrl()->absoluteString(), "https://video.example.com/v.mp4");
+  EXPECT_EQ(ad.bodyImageUrl(), URL::URLWithString("https://img.example.com/body.png"));
+  EXPECT_EQ(ad.iconImageUrl(), URL::URLWithString("https://img.example.com/icon.png"));
+  EXPECT_EQ(ad.videoUrl(), URL::URLWithString("https://video.example.com/v.mp4"));
   EXPECT_EQ(ad.titleColor(), Color::colorWithHexString("FF0000"));
   EXPECT_EQ(ad.bodyColor(), Color::colorWithHexString("00FF00"));
   EXPECT_EQ(ad.titleColorWithDefaultColor(Color{0, 0, 1, 1}), Color::colorWithHexString("FF0000"));
   EXPECT_EQ(ad.bodyColorWithDefaultColor(Color{0, 0, 1, 1}), Color::colorWithHexString("00FF00"));
-  EXPECT_EQ(ad.okActionTitle(), "Get it");
-  EXPECT_EQ(ad.postponeTitle(), "Not now");
-  EXPECT_EQ(ad.dismissTitle(), "Close");
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"a", "b", "c", "d"}));
 }
 
@@ -91,10 +73,8 @@ TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
                              {"bodyImage", "not a url"}}));
   EXPECT_EQ(ad.okActionTitle(), "Open Store");
   ad.setOkActionType(ZTIAMAdvertisementActionTypeOpenAd);
-  EXPECT_EQ(ad.okActionTitle(), "Sure");
-  EXPECT_EQ(ad.postponeTitle(), "Later");
-  EXPECT_EQ(ad.dismissTitle(), std::nullopt);
-  EXPECT_EQ(ad.title(), std::nullopt);
+  EXPECT_EQ((Texts{ad.okActionTitle(), ad.postponeTitle(), ad.dismissTitle(), ad.title()}),
+            (Texts{"Sure", "Later", std::nullopt, std::nullopt}));
   EXPECT_EQ(ad.bodyImageUrl(), std::nullopt);
   EXPECT_EQ(ad.videoUrl(), std::nullopt);
   EXPECT_EQ(ad.titleColor(), Color::colorWithHexString("303030"));
@@ -108,29 +88,15 @@ TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
 
 TEST(AdvertisementRecord, ResourceLookUpsTreatEmptyAsMissing) {
   Advertisement ad("ad");
-  ad.setResources(resources({{"empty", ""},
-                             {"none", std::nullopt},
-                             {"text", "x"},
-                             {"object", R"({"a": [1, 2], "b": "c"})"},
-                             {"array", "[1, 2]"},
-                             {"broken", R"({"a": )"},
-                             {"number", "42"}}));
-  EXPECT_EQ(ad.resourceValueFor("text"), "x");
-  EXPECT_EQ(ad.resourceValueFor("empty"), std::nullopt);
-  EXPECT_EQ(ad.resourceValueFor("empty", "d"), "d");
-  EXPECT_EQ(ad.resourceValueFor("none", "d"), "d");
-  EXPECT_EQ(ad.resourceValueFor("missing", "d"), "d");
-  EXPECT_EQ(ad.resourceValueFor("text", "d"), "x");
-
-  auto object = ad.resourceJSONValueFor("object");
-  ASSERT_TRUE(object);
-  EXPECT_EQ((*object)["b"], "c");
-  EXPECT_EQ((*object)["a"].size(), 2u);
-  EXPECT_EQ(ad.resourceJSONValueFor("array"), std::nullopt);
-  EXPECT_EQ(ad.resourceJSONValueFor("number"), std::nullopt);
-  EXPECT_EQ(ad.resourceJSONValueFor("broken"), std::nullopt);
-  EXPECT_EQ(ad.resourceJSONValueFor("empty"), std::nullopt);
-  EXPECT_EQ(ad.resourceJSONValueFor("missing"), std::nullopt);
+  ad.setResources(resources({{"empty", ""}, {"none", std::nullopt}, {"text", "x"}, {"object", R"({"a": [1, 2], "b": "c"})"},
+                             {"array", "[1, 2]"}, {"broken", R"({"a": )"}, {"number", "42"}}));
+  EXPECT_EQ((Texts{ad.resourceValueFor("text"), ad.resourceValueFor("empty"), ad.resourceValueFor("text", "d")}),
+            (Texts{"x", std::nullopt, "x"}));
+  for (const char* key : {"empty", "none", "missing"}) EXPECT_EQ(ad.resourceValueFor(key, "d"), "d") << key;
+  EXPECT_EQ(ad.resourceJSONValueFor("object"), nlohmann::json::parse(R"({"a": [1, 2], "b": "c"})"));
+  for (const char* key : {"array", "number", "broken", "empty", "missing"}) {
+    EXPECT_EQ(ad.resourceJSONValueFor(key), std::nullopt) << key;
+  }
 }
 
 TEST(AdvertisementRecord, TriggersAndTargetsForAKeyMatchExactlyInInsertionOrder) {
@@ -140,18 +106,13 @@ TEST(AdvertisementRecord, TriggersAndTargetsForAKeyMatchExactlyInInsertionOrder)
   auto launch2 = std::make_shared<AdvertisementTrigger>("t3", "appToForeground");
   auto upper = std::make_shared<AdvertisementTrigger>("t4", "AppToForeground");
   ad->setTriggers({launch1, other, launch2, upper});
-  auto found = ad->triggersFor("appToForeground");
-  ASSERT_EQ(found.size(), 2u);
-  EXPECT_EQ(found.members()[0], launch1);
-  EXPECT_EQ(found.members()[1], launch2);
+  EXPECT_EQ(ad->triggersFor("appToForeground").members(), (std::vector{launch1, launch2}));
   EXPECT_TRUE(ad->triggersFor("appTo").empty());
 
   auto list = std::make_shared<AdvertisementTarget>("g1", "list");
   auto grid = std::make_shared<AdvertisementTarget>("g2", "grid");
   ad->setTargets({list, grid});
-  auto inList = ad->targetsFor("list");
-  ASSERT_EQ(inList.size(), 1u);
-  EXPECT_EQ(inList.members()[0], list);
+  EXPECT_EQ(ad->targetsFor("list").members(), std::vector{list});
   EXPECT_TRUE(ad->targetsFor("List").empty());
 }
 
@@ -163,7 +124,6 @@ TEST(IdentitySetTest, HoldsEachObjectOnceAndEqualLookingObjectsSeparately) {
   EXPECT_FALSE(set.insert(a));
   EXPECT_TRUE(set.insert(b));
   EXPECT_FALSE(set.insert(nullptr));
-  EXPECT_EQ(set.size(), 2u);
 
   // Past the size where an index takes over, membership and order must not change.
   std::vector<std::shared_ptr<AdvertisementTrigger>> many{a, b};
@@ -181,12 +141,6 @@ TEST(IdentitySetTest, HoldsEachObjectOnceAndEqualLookingObjectsSeparately) {
 TEST(TriggerAndTargetRecords, BackReferencesDoNotOwnTheAdvertisement) {
   auto trigger = std::make_shared<AdvertisementTrigger>("t", "e");
   auto target = std::make_shared<AdvertisementTarget>("g", "s");
-  EXPECT_EQ(trigger->thresholdCount(), std::nullopt);
-  EXPECT_EQ(trigger->displayDelay(), std::nullopt);
-  EXPECT_EQ(trigger->maxFireCount(), std::nullopt);
-  EXPECT_EQ(trigger->repeatIntervalCount(), std::nullopt);
-  EXPECT_EQ(target->sectionIndex(), std::nullopt);
-  EXPECT_EQ(target->customViewClass(), std::nullopt);
   {
     auto ad = std::make_shared<Advertisement>("ad");
     trigger->setAdvertisement(ad);
@@ -203,55 +157,25 @@ TEST(TriggerAndTargetRecords, BackReferencesDoNotOwnTheAdvertisement) {
 
 TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   AdvertisedApp app("app");
-  EXPECT_EQ(app.reviewUrl(), std::nullopt);
-
   app.setReviewUrl("");
   EXPECT_EQ(app.reviewUrl(), std::nullopt);
   app.setStoreInfo(std::make_shared<StoreAppInfo>("123"));
-  auto derived = app.reviewUrl();
-  ASSERT_TRUE(derived);
-  EXPECT_EQ(derived->rfind("itms-apps://", 0), 0u);
-  EXPECT_NE(derived->find("/WebObjects/MZStore.woa/wa/viewContentsUserReviews?type=Purple+Software&id=123"),
-            std::string::npos);
-  EXPECT_EQ(derived->substr(derived->size() - 7), "&id=123");
+  const std::string derived = app.reviewUrl().value_or("");
+  const std::string tail = "/WebObjects/MZStore.woa/wa/viewContentsUserReviews?type=Purple+Software&id=123";
+  EXPECT_EQ(derived.rfind("itms-apps://", 0), 0u) << derived;
+  EXPECT_TRUE(derived.size() > tail.size() && derived.substr(derived.size() - tail.size()) == tail) << derived;
   EXPECT_EQ(app.storedReviewUrl(), "");
-
   app.setReviewUrl("https://review.example.com/1");
   EXPECT_EQ(app.reviewUrl(), "https://review.example.com/1");
 }
 
 TEST(AdvertisedAppRecord, DerivedTextsReadNamedResourcesAndKeepEmptyValues) {
   AdvertisedApp app("app");
-  EXPECT_FALSE(app.free());
-  EXPECT_EQ(app.storeInfo(), nullptr);
-  app.setResources(resources({{"name", "Calendar"},
-                              {"AppIcons", "https://icons.example.com/c.png"},
-                              {"iconUrl", "wrong"},
-                              {"iconTitle", ""},
-                              {"blank", std::nullopt}}));
-  EXPECT_EQ(app.name(), "Calendar");
-  EXPECT_EQ(app.iconUrl(), "https://icons.example.com/c.png");
-  EXPECT_EQ(app.iconTitle(), "");  // unlike an advertisement's look-up, empty is a value here
-  EXPECT_EQ(app.getResourceValue("blank"), std::nullopt);
-  EXPECT_EQ(app.getResourceValue("missing"), std::nullopt);
-}
-
-TEST(DisplayRequest, MadeFromAnAdvertisementAloneHasTheDefaults) {
-  auto ad = std::make_shared<Advertisement>("ad");
-  ZTAdvertisementConfigurationData request(ad, nullptr, nullptr, nullptr);
-  EXPECT_EQ(request.advertisement(), ad);
-  EXPECT_EQ(request.trigger(), nullptr);
-  EXPECT_EQ(request.target(), nullptr);
-  EXPECT_EQ(request.view(), nullptr);
-  EXPECT_EQ(request.delay(), 0.0);
-  EXPECT_TRUE(request.animated());
-  EXPECT_FALSE(request.force());
-  request.setDelay(2.5);
-  request.setAnimated(false);
-  request.setForce(true);
-  EXPECT_EQ(request.delay(), 2.5);
-  EXPECT_FALSE(request.animated());
-  EXPECT_TRUE(request.force());
+  app.setResources(resources({{"name", "Calendar"}, {"AppIcons", "https://icons.example.com/c.png"},
+                              {"iconUrl", "wrong"}, {"iconTitle", ""}, {"blank", std::nullopt}}));
+  // Unlike an advertisement's look-up, empty is a value here.
+  EXPECT_EQ((Texts{app.name(), app.iconUrl(), app.iconTitle(), app.getResourceValue("blank"), app.getResourceValue("x")}),
+            (Texts{"Calendar", "https://icons.example.com/c.png", "", std::nullopt, std::nullopt}));
 }
 
 }  // namespace
