@@ -231,6 +231,10 @@ struct KeyedArchiver::Impl {
 };
 
 KeyedArchiver::KeyedArchiver() : impl_(std::make_unique<Impl>()) {}
+KeyedArchiver::KeyedArchiver(Data storage) : impl_(std::make_unique<Impl>()) {
+  impl_->buffer.bytes = std::move(storage);
+  impl_->buffer.bytes.clear();
+}
 KeyedArchiver::~KeyedArchiver() = default;
 
 Data KeyedArchiver::archivedDataWithRootObject(const Archivable& root) {

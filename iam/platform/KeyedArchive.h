@@ -71,6 +71,9 @@ class ArchiveClassRegistry {
 class KeyedArchiver {
  public:
   KeyedArchiver();
+  // Writes into `storage`'s memory (its contents are dropped). A writer that archives often hands
+  // back the bytes of its previous archive, so that large archives need no fresh memory each time.
+  explicit KeyedArchiver(Data storage);
   ~KeyedArchiver();
   KeyedArchiver(const KeyedArchiver&) = delete;
   KeyedArchiver& operator=(const KeyedArchiver&) = delete;

@@ -345,28 +345,24 @@ void LegacyReflection::automatedEncodeWithObject(const LegacyReflectable& object
 
 void LegacyReflection::automatedEncodeWithObject(const LegacyReflectable& object, KeyedArchiver& encoder,
                                                  const std::vector<std::string>& exludeIvars) {
-  // The fields are copied out under the object's lock and encoded after it is released, so that
-  // threads updating the object wait for a copy, not for the encoding.
-  struct Read {
-    const LegacyIvar* ivar;
-    LegacyValue value;
-  };
-  std::vector<Read> reads;
-  reads.reserve(16);
+  // What the caller leaves out is listed too, so that decoding skips it without a warning.
+  std::vector<std::string> excludedIvars = exludeIvars;
   {
     std::lock_guard lock(object.fieldsMutex());
     forEachIvar(object.legacyReflectedClass(), [&](const LegacyIvar& ivar) {
-      if (std::find(exludeIvars.begin(), exludeIvars.end(), ivar.name) != exludeIvars.end()) return;
+      if (!exludeIvars.empty() && std::find(exludeIvars.begin(), exludeIvars.end(), ivar.name) != exludeIvars.end()) {
+        return;
+      }
+      if (ivar.encodeDirect != nullptr) {
+        ivar.encodeDirect(object, ivar.name, encoder);
+        return;
+      }
+      bool excluded = false;
       const char code = ivar.typeEncoding.empty() ? '\0' : ivar.typeEncoding.front();
-      reads.push_back({&ivar, readsField(code) ? ivar.read(object) : LegacyValue()});
+      const LegacyValue value = readsField(code) ? ivar.read(object) : LegacyValue();
+      encodeRead(ivar.name, ivar.typeEncoding, &value, encoder, excluded);
+      if (excluded) excludedIvars.emplace_back(ivar.name);
     });
-  }
-  // What the caller leaves out is listed too, so that decoding skips it without a warning.
-  std::vector<std::string> excludedIvars = exludeIvars;
-  for (const auto& r : reads) {
-    bool excluded = false;
-    encodeRead(r.ivar->name, r.ivar->typeEncoding, &r.value, encoder, excluded);
-    if (excluded) excludedIvars.emplace_back(r.ivar->name);
   }
   encoder.encodeStringArray(excludedIvars, kExcludedIvarsKey);
 }

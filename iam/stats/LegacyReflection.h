@@ -54,6 +54,9 @@ struct LegacyIvar {
   LegacyValue (*read)(const LegacyReflectable& object);
   // False when the value does not fit the field (the field is left as it was).
   bool (*write)(LegacyReflectable& object, const LegacyValue& value);
+  // Writes the field under `key` exactly as boxing and encoding it would, without the box; set
+  // only where the type code is the one the field's type boxes to. Called with the object locked.
+  void (*encodeDirect)(const LegacyReflectable& object, std::string_view key, KeyedArchiver& encoder);
 };
 
 // A class: its own fields and its base class. The root class has no base and no fields.
@@ -128,7 +131,8 @@ class LegacyReflection {
 };
 
 // Boxing between a C++ field type and `LegacyValue`. Specialised below for the field types the
-// records use; a field of any other type does not compile into a table.
+// records use; a field of any other type does not compile into a table. `kDirectCode` is the type
+// code whose archive form `encode` writes directly ('\0': none, the box decides).
 template <class T, class Enable = void>
 struct LegacyBox;
 
@@ -208,6 +212,15 @@ struct LegacyBox<T, std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T
     field = static_cast<T>(legacy_detail::numberAs<Scalar>(*n));
     return true;
   }
+  static constexpr char kDirectCode = legacy_detail::typeCodeOf<Scalar>();
+  static void encode(const T& field, std::string_view key, KeyedArchiver& encoder) {
+    const auto v = static_cast<Scalar>(field);
+    if constexpr (std::is_same_v<Scalar, bool>) encoder.encodeBool(v, key);
+    else if constexpr (std::is_same_v<Scalar, float>) encoder.encodeFloat(v, key);
+    else if constexpr (std::is_floating_point_v<Scalar>) encoder.encodeDouble(static_cast<double>(v), key);
+    else if constexpr (std::is_signed_v<Scalar>) encoder.encodeInteger(v, key);
+    else encoder.encodeUnsignedInteger(v, key);
+  }
 };
 
 template <>
@@ -223,6 +236,10 @@ struct LegacyBox<std::string> {
     field = *s;
     return true;
   }
+  static constexpr char kDirectCode = '@';
+  static void encode(const std::string& field, std::string_view key, KeyedArchiver& encoder) {
+    encoder.encodeString(std::string_view(field), key);
+  }
 };
 
 template <>
@@ -234,6 +251,8 @@ struct LegacyBox<Date> {
     field = *d;
     return true;
   }
+  static constexpr char kDirectCode = '@';
+  static void encode(const Date& field, std::string_view key, KeyedArchiver& encoder) { encoder.encodeDate(field, key); }
 };
 
 // Optional strings and dates: none boxes to none.
@@ -249,6 +268,16 @@ struct LegacyBox<std::optional<T>, std::enable_if_t<std::is_same_v<T, std::strin
     if (v == nullptr) return false;
     field = *v;
     return true;
+  }
+  static constexpr char kDirectCode = '@';
+  static void encode(const std::optional<T>& field, std::string_view key, KeyedArchiver& encoder) {
+    if (!field) {
+      encoder.encodeNull(key);
+    } else if constexpr (std::is_same_v<T, Date>) {
+      encoder.encodeDate(*field, key);
+    } else {
+      encoder.encodeString(std::string_view(*field), key);
+    }
   }
 };
 
@@ -279,6 +308,11 @@ struct LegacyBox<std::shared_ptr<T>> {
       return false;
     }
   }
+  // Objects without an archive form take the boxed path, which reports them.
+  static constexpr char kDirectCode = std::is_base_of_v<Archivable, T> ? '@' : '\0';
+  static void encode(const std::shared_ptr<T>& field, std::string_view key, KeyedArchiver& encoder) {
+    if constexpr (std::is_base_of_v<Archivable, T>) encoder.encodeObject(field.get(), key);
+  }
 };
 
 // Maps of archivable records, keyed by text. None decodes to an empty map.
@@ -306,6 +340,8 @@ struct LegacyBox<std::map<std::string, std::shared_ptr<T>>, std::enable_if_t<std
     field = std::move(typed);
     return true;
   }
+  static constexpr char kDirectCode = '@';
+  static void encode(const Map& field, std::string_view key, KeyedArchiver& encoder) { encoder.encodeObjectMap(field, key); }
 };
 
 // Plain structures box as their raw bytes and are restored byte for byte.
@@ -322,6 +358,9 @@ struct LegacyBox<T, std::enable_if_t<legacy_detail::IsPlainStruct<T>::value>> {
     std::memcpy(&field, s->bytes.data(), sizeof(T));
     return true;
   }
+  // The size comes from the type code, which the boxed path checks.
+  static constexpr char kDirectCode = '\0';
+  static void encode(const T&, std::string_view, KeyedArchiver&) {}
 };
 
 // Raw pointers can be listed (type code '^...') but are never archived.
@@ -332,6 +371,8 @@ struct LegacyBox<T*> {
     return LegacyValue::Unarchivable{typeid(T*).name()};
   }
   static bool unbox(const LegacyValue&, T*&) { return false; }
+  static constexpr char kDirectCode = '\0';
+  static void encode(T*, std::string_view, KeyedArchiver&) {}
 };
 
 // The descriptor of field `Member`, read and written through `LegacyBox` of its type.
@@ -347,7 +388,12 @@ constexpr LegacyIvar legacyIvar(std::string_view name, std::string_view typeEnco
       },
       [](LegacyReflectable& object, const LegacyValue& value) -> bool {
         return LegacyBox<F>::unbox(value, static_cast<C&>(object).*Member);
-      }};
+      },
+      LegacyBox<F>::kDirectCode != '\0' && !typeEncoding.empty() && typeEncoding.front() == LegacyBox<F>::kDirectCode
+          ? +[](const LegacyReflectable& object, std::string_view key, KeyedArchiver& encoder) {
+              LegacyBox<F>::encode(static_cast<const C&>(object).*Member, key, encoder);
+            }
+          : nullptr};
 }
 
 }  // namespace iam

@@ -29,13 +29,16 @@ typename Map::mapped_type getOrCreate(std::mutex& mutex, std::shared_ptr<const M
 // Takes the current map under the store's lock and writes it outside: the lock is held for a
 // pointer copy, not for the encoding or the disk. Records are read under their own locks.
 template <class Map>
-void saveCurrent(std::mutex& mutex, const std::shared_ptr<const Map>& map, std::string_view key) {
+void saveCurrent(std::mutex& mutex, const std::shared_ptr<const Map>& map, std::string_view key, Data& storage) {
   std::shared_ptr<const Map> current;
   {
     std::lock_guard lock(mutex);
     current = map;
   }
-  ZTSettings::saveDictionaryToPreferences(*current, key);
+  KeyedArchiver archiver(std::move(storage));
+  archiver.writeObjectMap(*current);
+  storage = archiver.takeData();
+  ZTSettings::saveArchivedData(storage, key);
 }
 
 }  // namespace
@@ -139,12 +142,12 @@ void ZTIAMStatsHelper::loadGlobalAppEventStats() {
 }
 
 void ZTIAMStatsHelper::saveAdvertisementStats() {
-  queue_->performNoResultOnBackground([this] { saveCurrent(mutex_, advertisementStats_, kAdvertisementStatsKey); },
+  queue_->performNoResultOnBackground([this] { saveCurrent(mutex_, advertisementStats_, kAdvertisementStatsKey, saveStorage_); },
                                       nullptr);
 }
 
 void ZTIAMStatsHelper::saveGlobalAppEventStats() {
-  queue_->performNoResultOnBackground([this] { saveCurrent(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey); },
+  queue_->performNoResultOnBackground([this] { saveCurrent(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey, saveStorage_); },
                                       nullptr);
 }
 

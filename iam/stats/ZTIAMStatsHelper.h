@@ -82,6 +82,9 @@ class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
   mutable std::mutex mutex_;
   std::shared_ptr<const AdvertisementStatsMap> advertisementStats_;  // guarded by mutex_
   std::shared_ptr<const AppEventStatsMap> globalAppEventStats_;      // guarded by mutex_
+  // The previous archive's memory, reused by the next save; touched only by save tasks, which run
+  // one at a time. Large maps then cost no fresh memory (and page faults) per save.
+  Data saveStorage_;
   // Constant after construction. Its tasks use `this`; the destructor drains it first.
   const std::unique_ptr<LegacyZTBackgroundQueue> queue_;
 };

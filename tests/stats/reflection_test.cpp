@@ -48,7 +48,7 @@ class SampleBase : public LegacyReflectable {
   std::int32_t baseValue_ = 0;
 };
 
-class Sample final : public SampleBase, public Archivable {
+class Sample : public SampleBase, public Archivable {
  public:
   static constexpr std::string_view kArchiveClassName = "ReflectionSample";
   static const LegacyClass& legacyClass() {
@@ -109,9 +109,30 @@ class Sample final : public SampleBase, public Archivable {
   std::shared_ptr<Opaque> opaque_;
 };
 
+// The same fields, every one taking the boxed path: the archive must not change.
+class BoxedSample final : public Sample {
+ public:
+  static const LegacyClass& legacyClass() {
+    static const std::vector<LegacyIvar> ivars = [] {
+      std::vector<LegacyIvar> all;
+      for (const auto* c : {&Sample::legacyClass(), &SampleBase::legacyClass()}) {
+        for (auto ivar : c->ivars) {
+          ivar.encodeDirect = nullptr;
+          all.push_back(ivar);
+        }
+      }
+      return all;
+    }();
+    static const LegacyClass kClass{"BoxedSample", &LegacyReflectable::legacyClass(), ivars};
+    return kClass;
+  }
+  const LegacyClass& legacyReflectedClass() const override { return legacyClass(); }
+};
+
 // A sample whose every archivable field differs from its initial value.
-std::shared_ptr<Sample> filledSample() {
-  auto s = std::make_shared<Sample>();
+template <class T = Sample>
+std::shared_ptr<T> filledSample() {
+  auto s = std::make_shared<T>();
   s->baseValue_ = -7;
   s->flag_ = true;
   s->tiny_ = std::numeric_limits<std::int8_t>::min();
@@ -184,6 +205,19 @@ TEST_F(ReflectionTest, EveryScalarStructureAndObjectRoundTrips) {
     EXPECT_EQ(coder.valueForKey("_origin").dataValue()->size(), 16u);
     EXPECT_EQ(coder.valueForKey("_mixed").dataValue()->size(), 24u);
   });
+}
+
+TEST_F(ReflectionTest, DirectlyEncodedFieldsMatchTheirBoxedForm) {
+  auto direct = filledSample();
+  auto boxed = filledSample<BoxedSample>();
+  for (auto* s : {static_cast<Sample*>(direct.get()), static_cast<Sample*>(boxed.get())}) {
+    s->opaque_ = std::make_shared<Opaque>();
+    s->nothing_ = std::nullopt;
+  }
+  EXPECT_EQ(archive(*direct), archive(*boxed));
+  direct->nothing_ = boxed->nothing_ = "set";
+  direct->child_ = boxed->child_ = nullptr;
+  EXPECT_EQ(archive(*direct), archive(*boxed));
 }
 
 TEST_F(ReflectionTest, UnsupportedFieldsAreExcludedOnEncodeAndSkippedQuietlyOnDecode) {
