@@ -2,7 +2,6 @@
 // SQLite, beside writing the same bytes to SQLite directly; what the counting thread itself pays;
 // and one save of a 300-record map (snapshot, encode, commit).
 #include <benchmark/benchmark.h>
-
 #include <time.h>
 #include <unistd.h>
 
@@ -57,7 +56,7 @@ class Fixture {
     trigger_ = std::make_shared<AdvertisementTrigger>("ad-000000-launch", "appToForeground");
     trigger_->setAdvertisement(advertisement_);
     event_ = ZTIAMAdvertisementEventFactory::createEventWithType(ZTIAMAdvertisementEventTypeImpression, advertisement_,
-                                                                trigger_, nullptr);
+                                                                 trigger_, nullptr);
     helper_->saveAdvertisementStats();
     helper_->waitUntilSavesAreFinished();
   }
@@ -72,9 +71,7 @@ class Fixture {
   ZTIAMStatsHelper& helper() { return *helper_; }
   PreferencesStore& store() { return *store_; }
   const ZTIAMAdvertisementEvent& event() const { return *event_; }
-  Data archivedMap() const {
-    return KeyedArchiver::archivedDataWithRootDictionary(helper_->advertisementStats());
-  }
+  Data archivedMap() const { return KeyedArchiver::archivedDataWithRootDictionary(helper_->advertisementStats()); }
 
  private:
   std::filesystem::path dir_;
@@ -105,7 +102,12 @@ void BM_DirectSQLiteWriteOfTheSameBytes(benchmark::State& state) {
   }
   state.counters["map_bytes"] = static_cast<double>(bytes.size());
 }
-BENCHMARK(BM_DirectSQLiteWriteOfTheSameBytes)->Arg(10)->Arg(100)->Arg(1000)->Unit(benchmark::kMicrosecond)->UseRealTime();
+BENCHMARK(BM_DirectSQLiteWriteOfTheSameBytes)
+    ->Arg(10)
+    ->Arg(100)
+    ->Arg(1000)
+    ->Unit(benchmark::kMicrosecond)
+    ->UseRealTime();
 
 // What the counting thread spends per event while the saves run on the store's queue. Events
 // come in bursts of 64; the queue drains between bursts, outside the measured time.

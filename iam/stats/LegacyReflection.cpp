@@ -270,7 +270,8 @@ void encodeRead(std::string_view key, std::string_view typeEncoding, const Legac
   } else {
     const auto* n = value->get<LegacyValue::Number>();
     if (n == nullptr) {
-      warn("Unknown type encoding " + quoted(typeEncoding) + " for ivar " + quoted(key) + " found.", __LINE__, kFunction);
+      warn("Unknown type encoding " + quoted(typeEncoding) + " for ivar " + quoted(key) + " found.", __LINE__,
+           kFunction);
       excluded = true;
       return;
     }
@@ -368,7 +369,8 @@ void LegacyReflection::automatedEncodeWithObject(const LegacyReflectable& object
 }
 
 void LegacyReflection::automatedDecodeWithObject(LegacyReflectable& object, const KeyedUnarchiver& decoder) {
-  const std::vector<std::string> excludedIvars = decoder.decodeStringArrayForKey(kExcludedIvarsKey).value_or(std::vector<std::string>{});
+  const std::vector<std::string> excludedIvars =
+      decoder.decodeStringArrayForKey(kExcludedIvarsKey).value_or(std::vector<std::string>{});
   std::lock_guard lock(object.fieldsMutex());
   forEachIvar(object.legacyReflectedClass(), [&](const LegacyIvar& ivar) {
     if (std::find(excludedIvars.begin(), excludedIvars.end(), ivar.name) != excludedIvars.end()) return;
@@ -393,7 +395,8 @@ void LegacyReflection::decodeValueWithKey(std::string_view key, std::string_view
   decodeLocked(key, typeEncoding, object, decoder);
 }
 
-std::unordered_map<std::string, std::string> LegacyReflection::getIvarsWithTypeEncodingForClass(const LegacyClass& cls) {
+std::unordered_map<std::string, std::string> LegacyReflection::getIvarsWithTypeEncodingForClass(
+    const LegacyClass& cls) {
   std::unordered_map<std::string, std::string> ivars;
   ivars.reserve(10);
   forEachIvar(cls, [&](const LegacyIvar& ivar) { ivars.emplace(ivar.name, ivar.typeEncoding); });

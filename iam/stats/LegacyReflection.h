@@ -101,7 +101,8 @@ class LegacyReflection {
  public:
   // The excluded list's archive key.
   static constexpr std::string_view kExcludedIvarsKey = "NSObject+Reflection_excludedIvars";
-  static constexpr std::string_view kLogFile = "InAppMarketing/source/Logic/Stats/Legacy/NSObject/NSObject+LegacyReflection";
+  static constexpr std::string_view kLogFile =
+      "InAppMarketing/source/Logic/Stats/Legacy/NSObject/NSObject+LegacyReflection";
 
   static void automatedEncodeWithObject(const LegacyReflectable& object, KeyedArchiver& encoder);
   static void automatedEncodeWithObject(const LegacyReflectable& object, KeyedArchiver& encoder,
@@ -127,7 +128,8 @@ class LegacyReflection {
   static std::optional<LegacyValue> getValueFromData(std::span<const std::uint8_t> data, std::string_view typeEncoding);
 
   // Size and alignment of a type code on a 64-bit target; none for an unreadable code.
-  static std::optional<std::pair<std::size_t, std::size_t>> sizeAndAlignmentOfTypeEncoding(std::string_view typeEncoding);
+  static std::optional<std::pair<std::size_t, std::size_t>> sizeAndAlignmentOfTypeEncoding(
+      std::string_view typeEncoding);
 };
 
 // Boxing between a C++ field type and `LegacyValue`. Specialised below for the field types the
@@ -167,13 +169,20 @@ T numberAs(const LegacyValue::Number& n) {
 
 template <class T>
 constexpr char typeCodeOf() {
-  if constexpr (std::is_same_v<T, bool>) return 'B';
-  else if constexpr (std::is_same_v<T, float>) return 'f';
-  else if constexpr (std::is_same_v<T, double> || std::is_same_v<T, long double>) return 'd';
-  else if constexpr (sizeof(T) == 1) return std::is_signed_v<T> ? 'c' : 'C';
-  else if constexpr (sizeof(T) == 2) return std::is_signed_v<T> ? 's' : 'S';
-  else if constexpr (sizeof(T) == 4) return std::is_signed_v<T> ? 'i' : 'I';
-  else return std::is_signed_v<T> ? 'q' : 'Q';
+  if constexpr (std::is_same_v<T, bool>)
+    return 'B';
+  else if constexpr (std::is_same_v<T, float>)
+    return 'f';
+  else if constexpr (std::is_same_v<T, double> || std::is_same_v<T, long double>)
+    return 'd';
+  else if constexpr (sizeof(T) == 1)
+    return std::is_signed_v<T> ? 'c' : 'C';
+  else if constexpr (sizeof(T) == 2)
+    return std::is_signed_v<T> ? 's' : 'S';
+  else if constexpr (sizeof(T) == 4)
+    return std::is_signed_v<T> ? 'i' : 'I';
+  else
+    return std::is_signed_v<T> ? 'q' : 'Q';
 }
 
 // Structures archived as raw bytes; standard types with a box of their own are not among them.
@@ -202,9 +211,12 @@ struct LegacyBox<T, std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T
   static LegacyValue box(const T& field) {
     const auto v = static_cast<Scalar>(field);
     constexpr char code = legacy_detail::typeCodeOf<Scalar>();
-    if constexpr (std::is_floating_point_v<Scalar>) return LegacyValue::Number::fromFloating(code, v);
-    else if constexpr (std::is_same_v<Scalar, bool> || std::is_signed_v<Scalar>) return LegacyValue::Number::fromSigned(code, v);
-    else return LegacyValue::Number::fromUnsigned(code, v);
+    if constexpr (std::is_floating_point_v<Scalar>)
+      return LegacyValue::Number::fromFloating(code, v);
+    else if constexpr (std::is_same_v<Scalar, bool> || std::is_signed_v<Scalar>)
+      return LegacyValue::Number::fromSigned(code, v);
+    else
+      return LegacyValue::Number::fromUnsigned(code, v);
   }
   static bool unbox(const LegacyValue& value, T& field) {
     const auto* n = value.get<LegacyValue::Number>();
@@ -215,11 +227,16 @@ struct LegacyBox<T, std::enable_if_t<std::is_arithmetic_v<T> || std::is_enum_v<T
   static constexpr char kDirectCode = legacy_detail::typeCodeOf<Scalar>();
   static void encode(const T& field, std::string_view key, KeyedArchiver& encoder) {
     const auto v = static_cast<Scalar>(field);
-    if constexpr (std::is_same_v<Scalar, bool>) encoder.encodeBool(v, key);
-    else if constexpr (std::is_same_v<Scalar, float>) encoder.encodeFloat(v, key);
-    else if constexpr (std::is_floating_point_v<Scalar>) encoder.encodeDouble(static_cast<double>(v), key);
-    else if constexpr (std::is_signed_v<Scalar>) encoder.encodeInteger(v, key);
-    else encoder.encodeUnsignedInteger(v, key);
+    if constexpr (std::is_same_v<Scalar, bool>)
+      encoder.encodeBool(v, key);
+    else if constexpr (std::is_same_v<Scalar, float>)
+      encoder.encodeFloat(v, key);
+    else if constexpr (std::is_floating_point_v<Scalar>)
+      encoder.encodeDouble(static_cast<double>(v), key);
+    else if constexpr (std::is_signed_v<Scalar>)
+      encoder.encodeInteger(v, key);
+    else
+      encoder.encodeUnsignedInteger(v, key);
   }
 };
 
@@ -252,7 +269,9 @@ struct LegacyBox<Date> {
     return true;
   }
   static constexpr char kDirectCode = '@';
-  static void encode(const Date& field, std::string_view key, KeyedArchiver& encoder) { encoder.encodeDate(field, key); }
+  static void encode(const Date& field, std::string_view key, KeyedArchiver& encoder) {
+    encoder.encodeDate(field, key);
+  }
 };
 
 // Optional strings and dates: none boxes to none.
@@ -341,7 +360,9 @@ struct LegacyBox<std::map<std::string, std::shared_ptr<T>>, std::enable_if_t<std
     return true;
   }
   static constexpr char kDirectCode = '@';
-  static void encode(const Map& field, std::string_view key, KeyedArchiver& encoder) { encoder.encodeObjectMap(field, key); }
+  static void encode(const Map& field, std::string_view key, KeyedArchiver& encoder) {
+    encoder.encodeObjectMap(field, key);
+  }
 };
 
 // Plain structures box as their raw bytes and are restored byte for byte.
@@ -390,9 +411,8 @@ constexpr LegacyIvar legacyIvar(std::string_view name, std::string_view typeEnco
         return LegacyBox<F>::unbox(value, static_cast<C&>(object).*Member);
       },
       LegacyBox<F>::kDirectCode != '\0' && !typeEncoding.empty() && typeEncoding.front() == LegacyBox<F>::kDirectCode
-          ? +[](const LegacyReflectable& object, std::string_view key, KeyedArchiver& encoder) {
-              LegacyBox<F>::encode(static_cast<const C&>(object).*Member, key, encoder);
-            }
+          ? +[](const LegacyReflectable& object, std::string_view key,
+                KeyedArchiver& encoder) { LegacyBox<F>::encode(static_cast<const C&>(object).*Member, key, encoder); }
           : nullptr};
 }
 

@@ -21,9 +21,9 @@ class LegacyValue {
   // A boxed scalar. `objCType` is the type code it was boxed as ('q', 'B', 'd', ...).
   struct Number {
     char objCType = 'q';
-    std::int64_t signedValue = 0;      // B c s i l q
-    std::uint64_t unsignedValue = 0;   // C S I L Q
-    double floatingValue = 0;          // f d
+    std::int64_t signedValue = 0;     // B c s i l q
+    std::uint64_t unsignedValue = 0;  // C S I L Q
+    double floatingValue = 0;         // f d
 
     static Number fromSigned(char type, std::int64_t v) { return {type, v, 0, 0}; }
     static Number fromUnsigned(char type, std::uint64_t v) { return {type, 0, v, 0}; }

@@ -142,13 +142,13 @@ void ZTIAMStatsHelper::loadGlobalAppEventStats() {
 }
 
 void ZTIAMStatsHelper::saveAdvertisementStats() {
-  queue_->performNoResultOnBackground([this] { saveCurrent(mutex_, advertisementStats_, kAdvertisementStatsKey, saveStorage_); },
-                                      nullptr);
+  queue_->performNoResultOnBackground(
+      [this] { saveCurrent(mutex_, advertisementStats_, kAdvertisementStatsKey, saveStorage_); }, nullptr);
 }
 
 void ZTIAMStatsHelper::saveGlobalAppEventStats() {
-  queue_->performNoResultOnBackground([this] { saveCurrent(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey, saveStorage_); },
-                                      nullptr);
+  queue_->performNoResultOnBackground(
+      [this] { saveCurrent(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey, saveStorage_); }, nullptr);
 }
 
 ZTIAMStatsHelper::AdvertisementStatsMap ZTIAMStatsHelper::advertisementStats() const {

@@ -56,7 +56,8 @@ void LegacyZTBackgroundQueue::performOnBackground(ResultBlock block, ResultFinis
 }
 
 void LegacyZTBackgroundQueue::performNoResultOnBackground(Block block, Block finishedBlock) {
-  operationQueue_.addOperation(std::make_shared<LegacyZTCancelableOperation>(std::move(block), std::move(finishedBlock)));
+  operationQueue_.addOperation(
+      std::make_shared<LegacyZTCancelableOperation>(std::move(block), std::move(finishedBlock)));
 }
 
 void LegacyZTBackgroundQueue::cancelAll() { operationQueue_.cancelAllOperations(); }

@@ -13,21 +13,22 @@ struct OperationQueue::Shared {
   mutable std::mutex mutex;
   std::condition_variable workAvailable;
   std::condition_variable drained;
-  std::string name;                                  // guarded by mutex
-  std::deque<std::shared_ptr<Operation>> waiting;    // guarded by mutex
-  std::vector<std::shared_ptr<Operation>> running;   // guarded by mutex
-  std::int64_t maxConcurrent = 1;                    // guarded by mutex
-  std::vector<std::thread> threads;                  // guarded by mutex
-  std::size_t idleThreads = 0;                       // guarded by mutex
-  std::size_t finishing = 0;                         // guarded by mutex; releasing what they captured
-  bool stopping = false;                             // guarded by mutex
+  std::string name;                                 // guarded by mutex
+  std::deque<std::shared_ptr<Operation>> waiting;   // guarded by mutex
+  std::vector<std::shared_ptr<Operation>> running;  // guarded by mutex
+  std::int64_t maxConcurrent = 1;                   // guarded by mutex
+  std::vector<std::thread> threads;                 // guarded by mutex
+  std::size_t idleThreads = 0;                      // guarded by mutex
+  std::size_t finishing = 0;                        // guarded by mutex; releasing what they captured
+  bool stopping = false;                            // guarded by mutex
 
   bool isDrained() const { return waiting.empty() && running.empty() && finishing == 0; }
   bool canStartOne() const { return !waiting.empty() && static_cast<std::int64_t>(running.size()) < maxConcurrent; }
 
   // Starts a thread when waiting work could run but no idle thread would take it. Called locked.
   void ensureThreads(const std::shared_ptr<Shared>& self) {
-    const auto wanted = std::min<std::int64_t>(maxConcurrent, static_cast<std::int64_t>(running.size() + waiting.size()));
+    const auto wanted =
+        std::min<std::int64_t>(maxConcurrent, static_cast<std::int64_t>(running.size() + waiting.size()));
     if (idleThreads == 0 && static_cast<std::int64_t>(threads.size()) < wanted) {
       threads.emplace_back([self] { self->work(); });
     } else if (idleThreads > 0) {
@@ -127,8 +128,10 @@ void OperationQueue::setMaxConcurrentOperationCount(std::int64_t count) {
   std::lock_guard lock(shared_->mutex);
   auto& s = *shared_;
   s.maxConcurrent = std::max<std::int64_t>(count, 1);
-  const auto wanted = std::min<std::int64_t>(s.maxConcurrent, static_cast<std::int64_t>(s.running.size() + s.waiting.size()));
-  while (static_cast<std::int64_t>(s.threads.size()) < wanted) s.threads.emplace_back([self = shared_] { self->work(); });
+  const auto wanted =
+      std::min<std::int64_t>(s.maxConcurrent, static_cast<std::int64_t>(s.running.size() + s.waiting.size()));
+  while (static_cast<std::int64_t>(s.threads.size()) < wanted)
+    s.threads.emplace_back([self = shared_] { self->work(); });
   s.workAvailable.notify_all();
 }
 
