@@ -7,20 +7,42 @@
 #include <thread>
 #include <utility>
 
+#if defined(__linux__)
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
 namespace iam {
+namespace {
+
+// Lowers the calling thread's priority for background work. Linux sets the nice value per thread;
+// elsewhere the threads keep the default priority.
+void applyQualityOfService(OperationQueue::QualityOfService quality) {
+#if defined(__linux__)
+  if (quality == OperationQueue::QualityOfService::Background) {
+    constexpr int kBackgroundNice = 10;
+    (void)setpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()), kBackgroundNice);
+  }
+#else
+  (void)quality;
+#endif
+}
+
+}  // namespace
 
 struct OperationQueue::Shared {
   mutable std::mutex mutex;
   std::condition_variable workAvailable;
   std::condition_variable drained;
-  std::string name;                                 // guarded by mutex
-  std::deque<std::shared_ptr<Operation>> waiting;   // guarded by mutex
-  std::vector<std::shared_ptr<Operation>> running;  // guarded by mutex
-  std::int64_t maxConcurrent = 1;                   // guarded by mutex
-  std::vector<std::thread> threads;                 // guarded by mutex
-  std::size_t idleThreads = 0;                      // guarded by mutex
-  std::size_t finishing = 0;                        // guarded by mutex; releasing what they captured
-  bool stopping = false;                            // guarded by mutex
+  std::string name;                                      // guarded by mutex
+  std::deque<std::shared_ptr<Operation>> waiting;        // guarded by mutex
+  std::vector<std::shared_ptr<Operation>> running;       // guarded by mutex
+  std::int64_t maxConcurrent = 1;                        // guarded by mutex
+  QualityOfService quality = QualityOfService::Default;  // guarded by mutex
+  std::vector<std::thread> threads;                      // guarded by mutex
+  std::size_t idleThreads = 0;                           // guarded by mutex
+  std::size_t finishing = 0;                             // guarded by mutex; releasing what they captured
+  bool stopping = false;                                 // guarded by mutex
 
   bool isDrained() const { return waiting.empty() && running.empty() && finishing == 0; }
   bool canStartOne() const { return !waiting.empty() && static_cast<std::int64_t>(running.size()) < maxConcurrent; }
@@ -40,6 +62,7 @@ struct OperationQueue::Shared {
 
   void work() {
     std::unique_lock lock(mutex);
+    applyQualityOfService(quality);
     for (;;) {
       ++idleThreads;
       workAvailable.wait(lock, [this] { return canStartOne() || (stopping && waiting.empty()); });
@@ -99,6 +122,16 @@ std::string OperationQueue::name() const {
 void OperationQueue::setName(std::string name) {
   std::lock_guard lock(shared_->mutex);
   shared_->name = std::move(name);
+}
+
+OperationQueue::QualityOfService OperationQueue::qualityOfService() const {
+  std::lock_guard lock(shared_->mutex);
+  return shared_->quality;
+}
+
+void OperationQueue::setQualityOfService(QualityOfService quality) {
+  std::lock_guard lock(shared_->mutex);
+  shared_->quality = quality;
 }
 
 void OperationQueue::addOperation(std::shared_ptr<Operation> operation) {

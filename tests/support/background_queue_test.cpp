@@ -12,6 +12,11 @@
 #include <thread>
 #include <vector>
 
+#if defined(__linux__)
+#include <sys/resource.h>
+#include <unistd.h>
+#endif
+
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/ZTDispatchTools.h"
@@ -251,6 +256,17 @@ TEST_F(BackgroundQueueTest, AThrowingWorkBlockIsContainedAndSkipsItsFinishedBloc
   EXPECT_TRUE(nextRan.load());
   EXPECT_TRUE(log.contains("IAM: A background operation threw: boom"));
 }
+
+#if defined(__linux__)
+TEST_F(BackgroundQueueTest, QueueThreadsRunBelowTheirCallersPriority) {
+  LegacyZTBackgroundQueue queue("polite");
+  std::atomic<int> workerNice{0};
+  queue.performNoResultOnBackground([&] { workerNice = getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid())); },
+                                    nullptr);
+  queue.waitUntilAllOperationsAreFinished();
+  EXPECT_GT(workerNice.load(), getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid())));
+}
+#endif
 
 }  // namespace
 }  // namespace iam
