@@ -106,7 +106,7 @@ std::shared_ptr<SQLitePreferencesStore> SQLitePreferencesStore::open(const std::
     return nullptr;
   }
   if (!impl->prepare(impl->select, "SELECT value FROM preferences WHERE key = ?1", __LINE__) ||
-      !impl->prepare(impl->upsert, "INSERT OR REPLACE INTO preferences (key, value) VALUES (?1, ?2)", __LINE__) ||
+      !impl->prepare(impl->upsert, "INSERT INTO preferences (key, value) VALUES (?1, ?2) ON CONFLICT(key) DO UPDATE SET value = excluded.value", __LINE__) ||
       !impl->prepare(impl->remove, "DELETE FROM preferences WHERE key = ?1", __LINE__) ||
       !impl->prepare(impl->keys, "SELECT key FROM preferences ORDER BY key", __LINE__)) {
     return nullptr;
