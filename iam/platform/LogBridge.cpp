@@ -2,6 +2,7 @@
 
 #include <cstdio>
 #include <memory>
+#include <mutex>
 
 namespace iam {
 namespace {
@@ -12,14 +13,14 @@ void stderrSink(const LogRecord& r) {
                r.filename.c_str(), r.line, r.function.c_str());
 }
 
-std::mutex& sinkMutex() {
-  static std::mutex m;
-  return m;
-}
+struct Installed {
+  std::mutex mutex;
+  std::shared_ptr<const LogBridge::Sink> sink = std::make_shared<const LogBridge::Sink>(stderrSink);  // guarded by mutex
+};
 
-std::shared_ptr<const LogBridge::Sink>& currentSink() {
-  static std::shared_ptr<const LogBridge::Sink> sink = std::make_shared<const LogBridge::Sink>(stderrSink);
-  return sink;
+Installed& installed() {
+  static Installed* const state = new Installed();  // never destroyed
+  return *state;
 }
 
 }  // namespace
@@ -38,8 +39,9 @@ void LogBridge::log(LogLevel level, std::string_view message, std::string_view f
                     std::string_view function) {
   std::shared_ptr<const Sink> sink;
   {
-    std::lock_guard lock(sinkMutex());
-    sink = currentSink();
+    auto& state = installed();
+    std::lock_guard lock(state.mutex);
+    sink = state.sink;
   }
   LogRecord record{level, std::string(message), std::string(filename), line, std::string(function)};
   try {
@@ -56,49 +58,9 @@ void LogBridge::error(std::string_view m, std::string_view f, int l, std::string
 
 void LogBridge::setSink(Sink sink) {
   auto next = std::make_shared<const Sink>(sink ? std::move(sink) : Sink(stderrSink));
-  std::lock_guard lock(sinkMutex());
-  currentSink() = std::move(next);
-}
-
-CapturingLogSink::CapturingLogSink() {
-  LogBridge::setSink([this](const LogRecord& r) {
-    std::lock_guard lock(mutex_);
-    records_.push_back(r);
-  });
-}
-
-CapturingLogSink::~CapturingLogSink() { LogBridge::setSink(nullptr); }
-
-std::vector<LogRecord> CapturingLogSink::records() const {
-  std::lock_guard lock(mutex_);
-  return records_;
-}
-
-std::vector<std::string> CapturingLogSink::messages() const {
-  std::lock_guard lock(mutex_);
-  std::vector<std::string> out;
-  for (const auto& r : records_) out.push_back(r.message);
-  return out;
-}
-
-std::vector<std::string> CapturingLogSink::messages(LogLevel level) const {
-  std::lock_guard lock(mutex_);
-  std::vector<std::string> out;
-  for (const auto& r : records_)
-    if (r.level == level) out.push_back(r.message);
-  return out;
-}
-
-bool CapturingLogSink::contains(std::string_view message) const {
-  std::lock_guard lock(mutex_);
-  for (const auto& r : records_)
-    if (r.message == message) return true;
-  return false;
-}
-
-void CapturingLogSink::clear() {
-  std::lock_guard lock(mutex_);
-  records_.clear();
+  auto& state = installed();
+  std::lock_guard lock(state.mutex);
+  std::swap(state.sink, next);  // the old sink is released outside the lock
 }
 
 }  // namespace iam

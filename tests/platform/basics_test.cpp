@@ -11,6 +11,7 @@
 #include "iam/platform/Date.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/URL.h"
+#include "testing/CapturingLogSink.h"
 
 namespace iam {
 namespace {
@@ -48,7 +49,7 @@ TEST_F(ClockTest, ManualClockMovesOnlyWhenToldAndIsTheProcessClockOnceInstalled)
 
 TEST(LogBridgeTest, SinkReceivesEveryFieldAndCanBeReplacedAndRestored) {
   {
-    CapturingLogSink log;
+    iam::testing::CapturingLogSink log;
     LogBridge::warning("IAM: first", "Some/File", 12, "operation:");
     LogBridge::info("IAM: second", "Other", 3, "op");
     const auto records = log.records();
@@ -66,9 +67,9 @@ TEST(LogBridgeTest, SinkReceivesEveryFieldAndCanBeReplacedAndRestored) {
   LogBridge::setSink([](const LogRecord&) { throw std::runtime_error("sink failed"); });
   EXPECT_NO_THROW(LogBridge::debug("lost", "F", 1, "f"));
   LogBridge::setSink(nullptr);  // back to stderr
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStderr();
   LogBridge::error("to stderr", "F", 2, "g");
-  const std::string err = testing::internal::GetCapturedStderr();
+  const std::string err = ::testing::internal::GetCapturedStderr();
   EXPECT_EQ(custom, std::vector<std::string>{"to custom"});
   EXPECT_NE(err.find("to stderr"), std::string::npos);
 }

@@ -13,6 +13,7 @@
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/ZTDispatchTools.h"
+#include "testing/CapturingLogSink.h"
 
 namespace iam {
 namespace {
@@ -117,7 +118,7 @@ TEST_F(DispatchTest, SettleRunsChainsAcrossThePoolAndTheMainLoopToTheEnd) {
 }
 
 TEST_F(DispatchTest, WaitingForThePoolTimesOutWhileWorkRunsAndBlocksThatThrowAreLogged) {
-  CapturingLogSink log;
+  iam::testing::CapturingLogSink log;
   std::atomic<bool> release{false};
   ZTDispatchTools::onBackgroundWithBlock([&] {
     while (!release) std::this_thread::sleep_for(std::chrono::milliseconds(1));

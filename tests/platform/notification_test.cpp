@@ -9,6 +9,7 @@
 
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/NotificationCenter.h"
+#include "testing/CapturingLogSink.h"
 
 namespace iam {
 namespace {
@@ -54,7 +55,7 @@ TEST(NotificationCenterTest, HandlersMayChangeObservationsWhileAPostDelivers) {
 
 TEST(NotificationCenterTest, AThrowingHandlerIsLoggedAndTheOthersStillRun) {
   NotificationCenter center;
-  CapturingLogSink log;
+  iam::testing::CapturingLogSink log;
   int a = 0, b = 0;
   bool bCalled = false;
   center.addObserver(&a, "n", [](const Notification&) { throw std::runtime_error("handler boom"); });

@@ -7,6 +7,7 @@
 
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/ZTSettings.h"
+#include "testing/CapturingLogSink.h"
 #include "platform/ScratchDirectory.h"
 
 namespace iam {
@@ -101,7 +102,7 @@ TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALModeAndSharesTheF
 }
 
 TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
-  CapturingLogSink log;
+  iam::testing::CapturingLogSink log;
   EXPECT_FALSE(SQLitePreferencesStore::open(dir_.file("no/such/dir/prefs.sqlite")));
   EXPECT_FALSE(SQLitePreferencesStore::open(""));
   const std::string garbage = dir_.file("garbage.sqlite");

@@ -12,6 +12,7 @@
 #include "iam/platform/Clock.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/RunLoop.h"
+#include "testing/CapturingLogSink.h"
 
 namespace iam {
 namespace {
@@ -134,7 +135,7 @@ TEST_F(RunLoopTest, LoopOwnsValidTimersAndReleasesSpentOrInvalidatedOnes) {
 }
 
 TEST_F(RunLoopTest, PostedTasksRunInOrderAndThrowingTasksOrTimersAreLoggedWhileTheLoopGoesOn) {
-  CapturingLogSink log;
+  iam::testing::CapturingLogSink log;
   std::vector<int> order;
   auto& loop = RunLoop::main();
   loop.post([&] { order.push_back(1); });

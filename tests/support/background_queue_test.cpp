@@ -23,6 +23,7 @@
 #include "iam/support/LegacyZTBackgroundQueue.h"
 #include "iam/support/LegacyZTCancelableOperation.h"
 #include "iam/support/OperationQueue.h"
+#include "testing/CapturingLogSink.h"
 
 namespace iam {
 namespace {
@@ -245,7 +246,7 @@ TEST_F(BackgroundQueueTest, ClassOperationsRunOnThePoolAndFinishOnTheMainThread)
 }
 
 TEST_F(BackgroundQueueTest, AThrowingWorkBlockIsContainedAndSkipsItsFinishedBlock) {
-  CapturingLogSink log;
+  iam::testing::CapturingLogSink log;
   LegacyZTBackgroundQueue queue("throws");
   std::atomic<bool> finished{false}, nextRan{false};
   queue.performNoResultOnBackground([] { throw std::runtime_error("boom"); }, [&] { finished = true; });

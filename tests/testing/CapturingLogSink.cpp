@@ -1,0 +1,46 @@
+#include "testing/CapturingLogSink.h"
+
+namespace iam::testing {
+
+CapturingLogSink::CapturingLogSink() : lines_(std::make_shared<Lines>()) {
+  LogBridge::setSink([lines = lines_](const LogRecord& r) {
+    std::lock_guard lock(lines->mutex);
+    lines->records.push_back(r);
+  });
+}
+
+CapturingLogSink::~CapturingLogSink() { LogBridge::setSink(nullptr); }
+
+std::vector<LogRecord> CapturingLogSink::records() const {
+  std::lock_guard lock(lines_->mutex);
+  return lines_->records;
+}
+
+std::vector<std::string> CapturingLogSink::messages() const {
+  std::lock_guard lock(lines_->mutex);
+  std::vector<std::string> out;
+  for (const auto& r : lines_->records) out.push_back(r.message);
+  return out;
+}
+
+std::vector<std::string> CapturingLogSink::messages(LogLevel level) const {
+  std::lock_guard lock(lines_->mutex);
+  std::vector<std::string> out;
+  for (const auto& r : lines_->records)
+    if (r.level == level) out.push_back(r.message);
+  return out;
+}
+
+bool CapturingLogSink::contains(std::string_view message) const {
+  std::lock_guard lock(lines_->mutex);
+  for (const auto& r : lines_->records)
+    if (r.message == message) return true;
+  return false;
+}
+
+void CapturingLogSink::clear() {
+  std::lock_guard lock(lines_->mutex);
+  lines_->records.clear();
+}
+
+}  // namespace iam::testing
