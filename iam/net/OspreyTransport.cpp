@@ -10,13 +10,14 @@
 #include <mutex>
 #include <string_view>
 #include <system_error>
-#include <thread>
+#include <cstdlib>
 
 #include <simdjson.h>
 
 #include "iam/Version.h"
 #include "iam/net/OspreyServiceContentInfo.h"
 #include "iam/platform/Clock.h"
+#include "iam/platform/Thread.h"
 #include "iam/platform/ZTDispatchTools.h"
 
 namespace iam {
@@ -173,58 +174,44 @@ class TransportTicket final : public RequestTicketType {
 struct OspreyTransport::Impl {
   std::weak_ptr<OspreyTransport> self;
   std::atomic<std::size_t> runningCount{0};
+  // Made with the transport and driven only by its thread; `curl_multi_wakeup` may come from any.
+  CURLM* const multi = curl_multi_init();
 
   mutable std::mutex mutex;
   std::vector<std::unique_ptr<Transfer>> pending;  // guarded by mutex
-  std::thread thread;                              // guarded by mutex
-  bool threadRunning = false;                      // guarded by mutex
+  Thread thread;                                   // guarded by mutex
   bool stopping = false;                           // guarded by mutex
-  CURLM* multi = nullptr;                          // guarded by mutex; owned by the thread
 
   void wake() {
-    std::lock_guard lock(mutex);
     if (multi) curl_multi_wakeup(multi);
   }
 
   void run();
-  bool begin(Transfer& transfer, CURLM* multi);
+  void stopAtExit();
+  bool begin(Transfer& transfer);
   void complete(std::unique_ptr<Transfer> transfer, CURLcode code, simdjson::dom::parser& parser);
   void deliver(std::unique_ptr<Transfer> transfer, std::shared_ptr<ZTOspreyServiceRequestResultInterface> result);
   void drop(std::unique_ptr<Transfer> transfer);
 };
 
-OspreyTransport::OspreyTransport() : impl_(std::make_unique<Impl>()) { curl_global_init(CURL_GLOBAL_DEFAULT); }
-
-OspreyTransport::~OspreyTransport() {
-  std::thread thread;
-  {
-    std::lock_guard lock(impl_->mutex);
-    impl_->stopping = true;
-    if (impl_->multi) curl_multi_wakeup(impl_->multi);
-    thread = std::move(impl_->thread);
-  }
-  if (thread.joinable()) thread.join();
-  impl_->pending.clear();
-  curl_global_cleanup();
+OspreyTransport::OspreyTransport() {
+  curl_global_init(CURL_GLOBAL_DEFAULT);
+  impl_ = std::make_unique<Impl>();
 }
 
+OspreyTransport::~OspreyTransport() = default;
+
 std::shared_ptr<OspreyTransport> OspreyTransport::shared() {
-  // The transport thread reads the clock; making the clock first makes it die after the transport.
-  static const std::shared_ptr<OspreyTransport> instance = [] {
-    Clock::currentShared();
+  // Never destroyed; its thread is stopped at exit (see `start`).
+  static const auto* const instance = new std::shared_ptr<OspreyTransport>([] {
     std::shared_ptr<OspreyTransport> transport(new OspreyTransport());
     transport->impl_->self = transport;
     return transport;
-  }();
-  return instance;
+  }());
+  return *instance;
 }
 
 std::size_t OspreyTransport::runningRequestCount() const { return impl_->runningCount.load(); }
-
-bool OspreyTransport::isThreadRunning() const {
-  std::lock_guard lock(impl_->mutex);
-  return impl_->threadRunning;
-}
 
 std::shared_ptr<RequestTicketType> OspreyTransport::start(OspreyTransferSpec spec) {
   Impl& impl = *impl_;
@@ -234,38 +221,50 @@ std::shared_ptr<RequestTicketType> OspreyTransport::start(OspreyTransferSpec spe
   auto ticket = transfer->ticket;
   impl.runningCount.fetch_add(1);
 
-  std::thread finishedThread;
+  bool startedThread = false;
   {
     std::lock_guard lock(impl.mutex);
     if (impl.stopping) {
       impl.runningCount.fetch_sub(1);
       return ticket;  // process exit: the request never completes
     }
-    impl.pending.push_back(std::move(transfer));
-    if (impl.threadRunning) {
-      if (impl.multi) curl_multi_wakeup(impl.multi);
-    } else {
-      finishedThread = std::move(impl.thread);
+    if (impl.multi && !impl.thread.joinable()) {
       try {
-        impl.thread = std::thread([&impl] { impl.run(); });
-        impl.threadRunning = true;
-      } catch (const std::system_error&) {
-        transfer = std::move(impl.pending.back());
-        impl.pending.pop_back();
+        impl.thread = ThreadService::current()->start("iam.transport", ThreadPriority::Normal, [&impl] { impl.run(); });
+        startedThread = true;
+      } catch (const std::exception&) {
+        // Delivered as a failure below; a later request tries again.
       }
     }
+    if (impl.thread.joinable()) {
+      impl.pending.push_back(std::move(transfer));
+    }
   }
-  if (finishedThread.joinable()) finishedThread.join();
-  if (transfer) impl.deliver(std::move(transfer), OspreyServiceRequestResult::failure("the network thread could not be started"));
+  if (startedThread) {
+    // Handlers run in reverse order of registration, so this one runs before the TLS library's
+    // cleanup that `curl_global_init` registered: no transfer is alive when that runs.
+    std::atexit([] { OspreyTransport::shared()->impl_->stopAtExit(); });
+  }
+  if (transfer) {
+    impl.deliver(std::move(transfer), OspreyServiceRequestResult::failure("the network thread could not be started"));
+  } else {
+    impl.wake();
+  }
   return ticket;
 }
 
-void OspreyTransport::Impl::run() {
-  CURLM* const ownMulti = curl_multi_init();
+void OspreyTransport::Impl::stopAtExit() {
+  Thread running;
   {
     std::lock_guard lock(mutex);
-    multi = ownMulti;
+    stopping = true;
+    running = std::move(thread);
   }
+  wake();
+  running.join();
+}
+
+void OspreyTransport::Impl::run() {
   simdjson::dom::parser parser;
   std::vector<std::unique_ptr<Transfer>> active;
 
@@ -276,16 +275,9 @@ void OspreyTransport::Impl::run() {
       std::lock_guard lock(mutex);
       stop = stopping;
       incoming.swap(pending);
-      if (stop || (incoming.empty() && active.empty())) {
-        // Decided under the lock, so that `start` either sees this thread running and hands it
-        // the request, or sees it gone and starts a new one.
-        threadRunning = false;
-        multi = nullptr;
-        if (!stop) break;
-      }
     }
     if (stop) {
-      for (auto& transfer : active) curl_multi_remove_handle(ownMulti, transfer->easy);
+      for (auto& transfer : active) curl_multi_remove_handle(multi, transfer->easy);
       runningCount.fetch_sub(active.size() + incoming.size());
       active.clear();
       incoming.clear();
@@ -293,7 +285,7 @@ void OspreyTransport::Impl::run() {
     }
 
     for (auto& transfer : incoming) {
-      if (ownMulti && begin(*transfer, ownMulti)) {
+      if (begin(*transfer)) {
         active.push_back(std::move(transfer));
       } else {
         deliver(std::move(transfer), OspreyServiceRequestResult::failure("the request could not be set up"));
@@ -302,35 +294,37 @@ void OspreyTransport::Impl::run() {
 
     for (auto it = active.begin(); it != active.end();) {
       if ((*it)->ticket->cancelledFlag().isCancelled()) {
-        curl_multi_remove_handle(ownMulti, (*it)->easy);
+        curl_multi_remove_handle(multi, (*it)->easy);
         drop(std::move(*it));
         it = active.erase(it);
       } else {
         ++it;
       }
     }
-    if (active.empty()) continue;
 
-    int stillRunning = 0;
-    curl_multi_perform(ownMulti, &stillRunning);
-    int queued = 0;
-    while (CURLMsg* message = curl_multi_info_read(ownMulti, &queued)) {
-      if (message->msg != CURLMSG_DONE) continue;
-      CURL* easy = message->easy_handle;
-      const CURLcode code = message->data.result;
-      curl_multi_remove_handle(ownMulti, easy);
-      auto it = std::find_if(active.begin(), active.end(), [easy](const auto& t) { return t->easy == easy; });
-      if (it == active.end()) continue;
-      auto transfer = std::move(*it);
-      active.erase(it);
-      complete(std::move(transfer), code, parser);
+    if (!active.empty()) {
+      int stillRunning = 0;
+      curl_multi_perform(multi, &stillRunning);
+      int queued = 0;
+      while (CURLMsg* message = curl_multi_info_read(multi, &queued)) {
+        if (message->msg != CURLMSG_DONE) continue;
+        CURL* easy = message->easy_handle;
+        const CURLcode code = message->data.result;
+        curl_multi_remove_handle(multi, easy);
+        auto it = std::find_if(active.begin(), active.end(), [easy](const auto& t) { return t->easy == easy; });
+        if (it == active.end()) continue;
+        auto transfer = std::move(*it);
+        active.erase(it);
+        complete(std::move(transfer), code, parser);
+      }
     }
-    if (!active.empty()) curl_multi_poll(ownMulti, nullptr, 0, 1000, nullptr);
+    // Idle, the thread sleeps here until a request, a cancel or the exit wakes it. Connections
+    // stay open in the multi handle's cache for the next request.
+    curl_multi_poll(multi, nullptr, 0, active.empty() ? 60'000 : 1000, nullptr);
   }
-  if (ownMulti) curl_multi_cleanup(ownMulti);
 }
 
-bool OspreyTransport::Impl::begin(Transfer& t, CURLM* ownMulti) {
+bool OspreyTransport::Impl::begin(Transfer& t) {
   t.easy = curl_easy_init();
   if (!t.easy) return false;
   for (const char* header : {"Content-Type: application/json", "Accept: application/json", "Expect:"}) {
@@ -370,7 +364,7 @@ bool OspreyTransport::Impl::begin(Transfer& t, CURLM* ownMulti) {
                 CURLE_OK;
   // Compression is welcome but optional: a libcurl built without it still works.
   curl_easy_setopt(t.easy, CURLOPT_ACCEPT_ENCODING, "");
-  return ok && curl_multi_add_handle(ownMulti, t.easy) == CURLM_OK;
+  return ok && curl_multi_add_handle(multi, t.easy) == CURLM_OK;
 }
 
 void OspreyTransport::Impl::complete(std::unique_ptr<Transfer> transfer, CURLcode code,

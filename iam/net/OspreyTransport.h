@@ -23,9 +23,11 @@ struct OspreyTransferSpec {
   OspreyServiceRequest::ProcessReceivedDataHandler parseHandler;
 };
 
-// The process's one HTTP transport: a libcurl multi handle driven by one thread, which exists
-// only while requests are running and is joined when the last one has ended (or at exit).
-// Internal to the service-call layer; use `OspreyWebService`. Thread-safe.
+// The process's one HTTP transport: a libcurl multi handle driven by one thread, started with the
+// first request and kept, so that starting a request never waits for a thread to end and
+// connections are reused. Never destroyed; at exit its thread is stopped and joined (requests in
+// flight then never complete). Internal to the service-call layer; use `OspreyWebService`.
+// Thread-safe.
 class OspreyTransport {
  public:
   static std::shared_ptr<OspreyTransport> shared();
@@ -37,7 +39,6 @@ class OspreyTransport {
   std::shared_ptr<RequestTicketType> start(OspreyTransferSpec spec);
 
   std::size_t runningRequestCount() const;
-  bool isThreadRunning() const;
 
  private:
   struct Impl;

@@ -84,7 +84,6 @@ std::size_t OspreyWebService::runningRequestCountForTesting() {
   return OspreyTransport::shared()->runningRequestCount();
 }
 
-bool OspreyWebService::isTransportThreadRunningForTesting() { return OspreyTransport::shared()->isThreadRunning(); }
 
 std::optional<Data> ztData(const nlohmann::json& jsonObject, unsigned options) {
   try {

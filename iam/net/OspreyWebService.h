@@ -46,8 +46,6 @@ class OspreyWebService {
 
   // Requests started and not yet handed to the main loop (or dropped after a cancel).
   static std::size_t runningRequestCountForTesting();
-  // Whether the transport thread exists; it ends when no request is running.
-  static bool isTransportThreadRunningForTesting();
 
  private:
   const std::string baseUrl_;

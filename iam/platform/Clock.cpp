@@ -5,28 +5,34 @@
 namespace iam {
 namespace {
 
-std::mutex& clockMutex() {
-  static std::mutex m;
-  return m;
-}
+struct Installed {
+  std::mutex mutex;
+  std::shared_ptr<Clock> clock = std::make_shared<SystemClock>();  // guarded by mutex
+};
 
-std::shared_ptr<Clock>& installedClock() {
-  static std::shared_ptr<Clock> clock = std::make_shared<SystemClock>();
-  return clock;
+Installed& installed() {
+  static Installed* const state = new Installed();  // never destroyed
+  return *state;
 }
 
 }  // namespace
 
-Clock& Clock::current() { return *currentShared(); }
-
 std::shared_ptr<Clock> Clock::currentShared() {
-  std::lock_guard lock(clockMutex());
-  return installedClock();
+  auto& state = installed();
+  std::lock_guard lock(state.mutex);
+  return state.clock;
 }
 
 void Clock::setCurrent(std::shared_ptr<Clock> clock) {
-  std::lock_guard lock(clockMutex());
-  installedClock() = clock ? std::move(clock) : std::make_shared<SystemClock>();
+  auto next = clock ? std::move(clock) : std::make_shared<SystemClock>();
+  auto& state = installed();
+  std::lock_guard lock(state.mutex);
+  std::swap(state.clock, next);
+}
+
+void Clock::sleepUntil(Date deadline, const std::function<void(TimeInterval)>& waitRealTime) {
+  const TimeInterval left = timeIntervalBetween(deadline, now());
+  if (left > 0) waitRealTime(left);
 }
 
 Date SystemClock::now() const { return std::chrono::system_clock::now(); }
@@ -34,6 +40,10 @@ Date SystemClock::now() const { return std::chrono::system_clock::now(); }
 ManualClock::ManualClock(Date start) : ticks_(start.time_since_epoch().count()) {}
 
 Date ManualClock::now() const { return Date(Date::duration(ticks_.load(std::memory_order_acquire))); }
+
+void ManualClock::sleepUntil(Date deadline, const std::function<void(TimeInterval)>&) {
+  if (deadline > now()) setNow(deadline);
+}
 
 void ManualClock::setNow(Date date) { ticks_.store(date.time_since_epoch().count(), std::memory_order_release); }
 

@@ -158,26 +158,16 @@ void RunLoop::runFor(TimeInterval seconds) {
   noteMainThread();
   if (!(seconds > 0)) seconds = 0;
   seconds = std::min(seconds, kMaximumInterval);
-  auto clock = Clock::currentShared();
-  if (auto* manual = dynamic_cast<ManualClock*>(clock.get())) {
-    const Date end = dateByAddingTimeInterval(manual->now(), seconds);
-    runUntilIdle();
-    for (;;) {
-      auto next = nextTimerFireDate();
-      if (!next || *next > end) break;
-      if (*next > manual->now()) manual->setNow(*next);
-      runUntilIdle();
-    }
-    if (manual->now() < end) manual->setNow(end);
-    runUntilIdle();
-    return;
-  }
+  const auto clock = Clock::currentShared();
   const Date end = dateByAddingTimeInterval(clock->now(), seconds);
+  const auto waitRealTime = [this](TimeInterval left) { waitForWork(realDuration(left)); };
   for (;;) {
     runUntilIdle();
-    const TimeInterval left = timeIntervalBetween(end, Clock::currentDate());
-    if (left <= 0) break;
-    waitForWork(realDuration(left));
+    if (clock->now() >= end) break;
+    // Timer to timer: a clock that moves only when told fires each at its due time.
+    Date until = end;
+    if (auto next = nextTimerFireDate(); next && *next < until) until = *next;
+    clock->sleepUntil(until, waitRealTime);
   }
 }
 

@@ -17,7 +17,7 @@ namespace iam {
 
 class Timer;
 
-// The main thread's loop: tasks posted from any thread run here in order, and timers fire here when
+// The main thread's loop (never destroyed: threads may post while the process exits): tasks posted from any thread run here in order, and timers fire here when
 // they come due on the process clock (`Clock`). The main thread is whichever thread drives the
 // loop (`runUntilIdle`, `runFor`, `runUntil`, `run`); a host runs it on its UI thread.
 class RunLoop {
@@ -31,9 +31,9 @@ class RunLoop {
 
   // Runs ready tasks and due timers until none is left; returns how many ran. Does not wait.
   std::size_t runUntilIdle();
-  // Runs for `seconds` of the process clock. On a `ManualClock` it moves the clock from timer to
-  // timer, firing each at its due time with the clock showing that time, and ends with the clock
-  // `seconds` later; on the system clock it waits in real time.
+  // Runs for `seconds` of the process clock, letting time pass through `Clock::sleepUntil`: a
+  // `ManualClock` moves from timer to timer, each firing at its due time with the clock showing
+  // that time, and ends `seconds` later; the system clock waits in real time.
   void runFor(TimeInterval seconds);
   // Runs tasks as they arrive until `condition` holds (true) or `timeoutSeconds` of real time
   // pass (false). For waiting on other threads (network, background work).

@@ -6,7 +6,7 @@
 
 namespace iam {
 
-// Hops between the main run loop and a small shared pool of background threads.
+// Hops between the main run loop and the shared background pool (`WorkerPool`). Thread-safe.
 class ZTDispatchTools {
  public:
   using Block = std::function<void()>;

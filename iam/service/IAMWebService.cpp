@@ -1,12 +1,12 @@
 #include "iam/service/IAMWebService.h"
 
-#include <cstdlib>
 #include <mutex>
 
 #include <nlohmann/json.hpp>
 #include <simdjson.h>
 
 #include "iam/net/OspreyWebService.h"
+#include "iam/platform/Environment.h"
 #include "iam/service/AdvertisementsResponseParser.h"
 #include "iam/service/NativeQualityNetworkResponseParser.h"
 
@@ -58,8 +58,8 @@ std::string IAMWebService::defaultBaseUrl() {
     std::lock_guard lock(defaultBaseUrlMutex());
     if (hostDefaultBaseUrl()) return *hostDefaultBaseUrl();
   }
-  if (const char* fromEnvironment = std::getenv("IAM_SERVICE_URL"); fromEnvironment && *fromEnvironment) {
-    return fromEnvironment;
+  if (auto fromEnvironment = Environment::variable("IAM_SERVICE_URL"); fromEnvironment && !fromEnvironment->empty()) {
+    return *fromEnvironment;
   }
   return std::string(kBuiltInBaseUrl);
 }

@@ -34,7 +34,6 @@ void LegacyZTBackgroundQueue::performNoCancelOnBackground(Block block) {
 }
 
 LegacyZTBackgroundQueue::LegacyZTBackgroundQueue(const std::string& uniqueId) : operationQueue_(uniqueId) {
-  operationQueue_.setQualityOfService(OperationQueue::QualityOfService::Background);
   operationQueue_.setMaxConcurrentOperationCount(1);
 }
 

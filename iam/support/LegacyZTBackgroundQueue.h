@@ -14,12 +14,11 @@ namespace iam {
 // Runs blocks off the main thread and hands their results back on the main run loop.
 //
 // The class operations are fire-and-forget on the shared background pool (`ZTDispatchTools`);
-// they cannot be cancelled. An instance owns a named serial queue with threads of its own, so slow
-// work on it (disk writes) never holds up the shared pool; they run at background priority, so
-// that they do not take the processor from the threads that hand them work. Its operations can be
-// cancelled all at once or, for searches, as a group. Cancellation is cooperative: a running block finishes, but
-// its finished block is not called. Destroying the instance cancels what is still waiting and
-// joins its thread. Finished blocks always run on the main run loop. Thread-safe.
+// they cannot be cancelled. An instance owns a named serial queue over the same pool. Its
+// operations can be cancelled all at once or, for searches, as a group. Cancellation is
+// cooperative: a running block finishes, but its finished block is not called. Destroying the
+// instance cancels what is still waiting and waits for the running operation. Finished blocks
+// always run on the main run loop. Thread-safe.
 class LegacyZTBackgroundQueue {
  public:
   using Block = std::function<void()>;

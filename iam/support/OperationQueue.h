@@ -9,11 +9,11 @@
 
 namespace iam {
 
-// Runs operations on threads of its own, in the order they were added, at most
-// `maxConcurrentOperationCount` at a time (one by default). Threads are started when work first
-// needs them, at the scheduling priority of the queue's quality of service. The destructor lets waiting operations run
-// (a cancelled one returns at once) and joins its threads; destroyed from inside one of its own operations, it leaves
-// that thread to finish on its own instead. Thread-safe.
+// Runs operations on the shared background pool (`WorkerPool`), in the order they were added, at
+// most `maxConcurrentOperationCount` at a time (one by default). Each pool task runs one operation,
+// so a long backlog does not keep the pool from other work. The destructor lets waiting operations
+// run (a cancelled one returns at once) and waits for them; destroyed from inside one of its own
+// operations, it does not wait, and what is left finishes on its own. Thread-safe.
 class OperationQueue {
  public:
   explicit OperationQueue(std::string name = {});
@@ -21,15 +21,8 @@ class OperationQueue {
   OperationQueue(const OperationQueue&) = delete;
   OperationQueue& operator=(const OperationQueue&) = delete;
 
-  // Background work runs at a lower scheduling priority than the threads that hand it over, so
-  // that on a busy device waking the queue does not take the processor from its caller.
-  enum class QualityOfService { Default, Background };
-
   std::string name() const;
   void setName(std::string name);
-  QualityOfService qualityOfService() const;
-  // Applies to threads the queue starts afterwards; set it before adding work.
-  void setQualityOfService(QualityOfService quality);
 
   void addOperation(std::shared_ptr<Operation> operation);
   // Waiting and running operations, oldest first.
@@ -45,7 +38,7 @@ class OperationQueue {
 
  private:
   struct Shared;
-  std::shared_ptr<Shared> shared_;  // also held by the worker threads
+  std::shared_ptr<Shared> shared_;  // also held by the pool tasks
 };
 
 }  // namespace iam

@@ -49,8 +49,7 @@ json qualityNetworkAnswer() {
 bool nothingLeftRunning() {
   return RunLoop::main().runUntil(
       [] {
-        return OspreyWebService::runningRequestCountForTesting() == 0 &&
-               !OspreyWebService::isTransportThreadRunningForTesting();
+        return OspreyWebService::runningRequestCountForTesting() == 0;
       },
       5);
 }

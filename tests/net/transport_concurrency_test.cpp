@@ -73,8 +73,7 @@ TEST(TransportConcurrencyTest, RequestsFromManyThreadsWithRacingCancelsEachEndOn
   ASSERT_TRUE(RunLoop::main().runUntil(allFinished, 30));
   ASSERT_TRUE(RunLoop::main().runUntil(
       [] {
-        return OspreyWebService::runningRequestCountForTesting() == 0 &&
-               !OspreyWebService::isTransportThreadRunningForTesting();
+        return OspreyWebService::runningRequestCountForTesting() == 0;
       },
       10));
   RunLoop::main().runUntilIdle();

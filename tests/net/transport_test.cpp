@@ -31,8 +31,7 @@ std::function<void(OspreyServiceRequest&)> parsingWith(std::function<std::any(co
 bool transportWindsDown() {
   return RunLoop::main().runUntil(
       [] {
-        return OspreyWebService::runningRequestCountForTesting() == 0 &&
-               !OspreyWebService::isTransportThreadRunningForTesting();
+        return OspreyWebService::runningRequestCountForTesting() == 0;
       },
       5);
 }
@@ -365,7 +364,7 @@ TEST(TransportExitTest, AProcessEndsCleanlyWhileARequestIsStillRunning) {
         request->setCompletionHandler([](const Result&) { std::_Exit(3); });
         auto ticket = service.execute(request);
         RunLoop::main().runUntil([&] { return server->received().size() == 1; }, 10);
-        std::exit(OspreyWebService::isTransportThreadRunningForTesting() ? 0 : 4);
+        std::exit(OspreyWebService::runningRequestCountForTesting() == 1 ? 0 : 4);
       },
       ::testing::ExitedWithCode(0), "");
 }

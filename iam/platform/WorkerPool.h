@@ -1,0 +1,50 @@
+#pragma once
+
+#include <condition_variable>
+#include <cstdint>
+#include <deque>
+#include <functional>
+#include <mutex>
+#include <vector>
+
+#include "iam/platform/Date.h"
+#include "iam/platform/Thread.h"
+
+namespace iam {
+
+// The library's one pool of background threads: `ZTDispatchTools::onBackgroundWithBlock` and
+// every `OperationQueue` run their work here. Blocks run in no particular order across threads,
+// at background priority. Threads come from `ThreadService` on the first submit. Never destroyed;
+// at exit, a handler registered when the threads start lets the queued work run and joins the
+// threads, before the statics made earlier are destroyed; work submitted after that runs on the
+// submitting thread. Thread-safe.
+class WorkerPool {
+ public:
+  using Block = std::function<void()>;
+
+  static WorkerPool& shared();
+
+  void submit(Block block);
+
+  // Blocks until nothing is queued or running (false when the timeout passes first).
+  bool waitForIdleForTesting(TimeInterval timeoutSeconds);
+  // Blocks finished so far; tells a settling test whether anything happened between two looks.
+  std::uint64_t finishedCountForTesting();
+
+ private:
+  WorkerPool() = default;
+  void startThreadsLocked();
+  void work();
+  void stopAtExit();
+
+  std::mutex mutex_;
+  std::condition_variable workAvailable_;
+  std::condition_variable idle_;
+  std::vector<Thread> threads_;  // guarded by mutex_; never joined
+  std::deque<Block> queue_;      // guarded by mutex_
+  std::size_t running_ = 0;      // guarded by mutex_
+  std::uint64_t finished_ = 0;   // guarded by mutex_
+  bool stopping_ = false;        // guarded by mutex_
+};
+
+}  // namespace iam
