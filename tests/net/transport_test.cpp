@@ -10,6 +10,7 @@
 #include "iam/net/OspreyWebService.h"
 #include "iam/platform/Clock.h"
 #include "iam/platform/RunLoop.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam {
 namespace {
@@ -38,10 +39,9 @@ bool transportWindsDown() {
 
 class TransportTest : public ::testing::Test {
  protected:
-  void TearDown() override {
-    EXPECT_TRUE(transportWindsDown());
-    Clock::setCurrent(nullptr);
-  }
+  void TearDown() override { EXPECT_TRUE(transportWindsDown()); }
+
+  testing::TestEnvironment env;
 
   // Executes a request for `method` at `baseUrl` and runs the main loop until its completion.
   Result call(const std::string& baseUrl, const std::function<void(OspreyServiceRequest&)>& configure = {},
@@ -122,8 +122,7 @@ TEST_F(TransportTest, RequestsAreBuiltOnlyForWebAddressesAndPlainMethodNames) {
 }
 
 TEST_F(TransportTest, ParseHandlerRunsOnTheTransportThreadWithTheAnswerItsTagAndFreshContentInfo) {
-  auto clock = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(1'700'000'000));
-  Clock::setCurrent(clock);
+  env.clock().setNow(dateWithTimeIntervalSince1970(1'700'000'000));
   TestHttpServer server([](const httplib::Request&, httplib::Response& response) {
     response.set_header("ETag", "\"abc\"");
     response.set_content(R"({"name":"answer","n":[1,2,3]})", "application/json");
@@ -157,12 +156,11 @@ TEST_F(TransportTest, ParseHandlerRunsOnTheTransportThreadWithTheAnswerItsTagAnd
   EXPECT_EQ(seenStatus, 200);
   ASSERT_TRUE(result->contentInfo());
   EXPECT_EQ(result->contentInfo(), seenInfo);
-  EXPECT_EQ(result->contentInfo()->localCreatedAt(), clock->now());
+  EXPECT_EQ(result->contentInfo()->localCreatedAt(), env.clock().now());
 }
 
 TEST_F(TransportTest, NotModifiedOnlyWhenTheRequestCarriedATag) {
-  auto clock = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(5000));
-  Clock::setCurrent(clock);
+  env.clock().setNow(dateWithTimeIntervalSince1970(5000));
   TestHttpServer server([](const httplib::Request&, httplib::Response& response) { response.status = 304; });
   bool handlerCalled = false;
   auto parse = parsingWith([&](const simdjson::dom::element&) -> std::any {
@@ -316,7 +314,7 @@ TEST_F(TransportTest, CancelledRequestsNeverCompleteAndFreeTheTransport) {
   secondTicket->cancel();  // harmless once finished
 }
 
-TEST_F(TransportTest, SeveralRequestsRunAtOnceAndTheThreadComesBackAfterWindingDown) {
+TEST_F(TransportTest, SeveralRequestsRunAtOnceAndTheTransportServesRoundAfterRound) {
   constexpr int kRequests = 4;
   std::mutex mutex;
   std::condition_variable allArrived;

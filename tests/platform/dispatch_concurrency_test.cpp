@@ -13,18 +13,19 @@
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/ZTDispatchTools.h"
-#include "testing/CapturingLogSink.h"
+#include "iam/platform/Thread.h"
+#include "testing/TestEnvironment.h"
+
+#include <pthread.h>
+#include <sys/resource.h>
+#include <unistd.h>
 
 namespace iam {
 namespace {
 
 class DispatchTest : public ::testing::Test {
  protected:
-  void SetUp() override { ASSERT_TRUE(ZTDispatchTools::settleForTesting()); }
-  void TearDown() override {
-    EXPECT_TRUE(ZTDispatchTools::settleForTesting());
-    Clock::setCurrent(nullptr);
-  }
+  testing::TestEnvironment env{dateWithTimeIntervalSince1970(100)};
 };
 
 TEST_F(DispatchTest, WorkHopsFromThePoolToTheMainLoopAndBack) {
@@ -105,10 +106,7 @@ TEST_F(DispatchTest, SettleRunsChainsAcrossThePoolAndTheMainLoopToTheEnd) {
     if (d % 2 == 1) {
       ZTDispatchTools::onMainWithBlock(hop);
     } else {
-      ZTDispatchTools::onBackgroundWithBlock([&] {
-        std::this_thread::sleep_for(std::chrono::milliseconds(2));
-        hop();
-      });
+      ZTDispatchTools::onBackgroundWithBlock(hop);
     }
   };
   ZTDispatchTools::onBackgroundWithBlock(hop);
@@ -118,26 +116,23 @@ TEST_F(DispatchTest, SettleRunsChainsAcrossThePoolAndTheMainLoopToTheEnd) {
 }
 
 TEST_F(DispatchTest, WaitingForThePoolTimesOutWhileWorkRunsAndBlocksThatThrowAreLogged) {
-  iam::testing::CapturingLogSink log;
   std::atomic<bool> release{false};
-  ZTDispatchTools::onBackgroundWithBlock([&] {
-    while (!release) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  });
+  ZTDispatchTools::onBackgroundWithBlock([&] { release.wait(false); });
   EXPECT_FALSE(ZTDispatchTools::waitForBackgroundIdleForTesting(0.05));
   EXPECT_FALSE(ZTDispatchTools::settleForTesting(0.05));
   release = true;
+  release.notify_all();
   std::atomic<int> after{0};
   ZTDispatchTools::onBackgroundWithBlock([] { throw std::runtime_error("background boom"); });
   ZTDispatchTools::onBackgroundWithBlock([&] { ++after; });
   EXPECT_TRUE(ZTDispatchTools::waitForBackgroundIdleForTesting());
   EXPECT_EQ(after.load(), 1);
-  ASSERT_EQ(log.messages(LogLevel::Error).size(), 1u);
-  EXPECT_NE(log.messages(LogLevel::Error)[0].find("background boom"), std::string::npos);
+  const auto errors = env.log().messages(LogLevel::Error);
+  ASSERT_EQ(errors.size(), 1u);
+  EXPECT_NE(errors[0].find("background boom"), std::string::npos);
 }
 
 TEST_F(DispatchTest, TimersScheduledAndInvalidatedFromOtherThreads) {
-  auto clock = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(100));
-  Clock::setCurrent(clock);
   auto& loop = RunLoop::main();
   std::atomic<int> fires{0};
   std::shared_ptr<Timer> timer;
@@ -153,7 +148,7 @@ TEST_F(DispatchTest, TimersScheduledAndInvalidatedFromOtherThreads) {
   });
   // The main thread keeps the timer busy while another thread invalidates it.
   while (!invalidated) {
-    clock->advance(1);
+    env.clock().advance(1);
     loop.runUntilIdle();
   }
   invalidator.join();
@@ -162,6 +157,39 @@ TEST_F(DispatchTest, TimersScheduledAndInvalidatedFromOtherThreads) {
   EXPECT_GE(fires.load(), 50);
   EXPECT_LE(fires.load(), firesAtInvalidation.load() + 1);
   EXPECT_FALSE(loop.nextTimerFireDate().has_value());
+}
+
+TEST(LogSinkLifetimeTest, ACaptureGoingAwayWhileAnotherThreadLogsLosesNoMemory) {
+  std::atomic<bool> stop{false};
+  std::thread logger([&] {
+    while (!stop) LogBridge::warning("IAM: from another thread", "test", __LINE__, "logger");
+  });
+  std::size_t captured = 0;
+  for (int i = 0; i < 300; ++i) {
+    testing::CapturingLogSink sink;
+    std::this_thread::yield();
+    captured += sink.records().size();
+  }
+  stop = true;
+  logger.join();
+  EXPECT_GT(captured, 0u);
+}
+
+TEST(ThreadServiceTest, TheDefaultServiceNamesItsThreadsAndLowersBackgroundPriority) {
+  std::string name;
+  int niceDelta = 0;
+  const int callerNice = getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid()));
+  ThreadService::current()
+      ->start("iam.test-thread-name-too-long", ThreadPriority::Background,
+              [&] {
+                char buffer[32] = {};
+                pthread_getname_np(pthread_self(), buffer, sizeof buffer);
+                name = buffer;
+                niceDelta = getpriority(PRIO_PROCESS, static_cast<id_t>(::gettid())) - callerNice;
+              })
+      .join();
+  EXPECT_EQ(name, "iam.test-thread");
+  EXPECT_GT(niceDelta, 0);
 }
 
 }  // namespace

@@ -12,23 +12,15 @@
 #include "iam/platform/Clock.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/RunLoop.h"
-#include "testing/CapturingLogSink.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam {
 namespace {
 
 class RunLoopTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    clock_ = std::make_shared<ManualClock>(start_);
-    Clock::setCurrent(clock_);
-    RunLoop::main().runUntilIdle();
-  }
-
   void TearDown() override {
     for (auto& t : timers_) t->invalidate();
-    RunLoop::main().runUntilIdle();
-    Clock::setCurrent(nullptr);
   }
 
   std::shared_ptr<Timer> schedule(TimeInterval interval, bool repeats, Timer::Block block) {
@@ -38,10 +30,10 @@ class RunLoopTest : public ::testing::Test {
   }
 
   // Seconds the manual clock has moved since the test began.
-  double elapsed() const { return timeIntervalBetween(clock_->now(), start_); }
+  double elapsed() { return timeIntervalBetween(env.clock().now(), start_); }
 
   const Date start_ = dateWithTimeIntervalSince1970(1'000'000.25);
-  std::shared_ptr<ManualClock> clock_;
+  testing::TestEnvironment env{start_};
   std::vector<std::shared_ptr<Timer>> timers_;
 };
 
@@ -77,7 +69,7 @@ TEST_F(RunLoopTest, RepeatingTimerFiresAtEachIntervalAndCollapsesMissedFires) {
 
   // The loop was not run for a while: the fires at 40, 50 and 60 become one, and the timer stays
   // on its grid.
-  clock_->advance(30);
+  env.clock().advance(30);
   RunLoop::main().runUntilIdle();
   EXPECT_EQ(fired, (std::vector<double>{10, 20, 30, 65}));
   EXPECT_EQ(timer->fireDate(), dateByAddingTimeInterval(start_, 70));
@@ -135,7 +127,7 @@ TEST_F(RunLoopTest, LoopOwnsValidTimersAndReleasesSpentOrInvalidatedOnes) {
 }
 
 TEST_F(RunLoopTest, PostedTasksRunInOrderAndThrowingTasksOrTimersAreLoggedWhileTheLoopGoesOn) {
-  iam::testing::CapturingLogSink log;
+  auto& log = env.log();
   std::vector<int> order;
   auto& loop = RunLoop::main();
   loop.post([&] { order.push_back(1); });
@@ -169,10 +161,7 @@ TEST_F(RunLoopTest, RunUntilReturnsWhenConditionHoldsOrTimesOut) {
   EXPECT_DOUBLE_EQ(elapsed(), 0);  // real time only; the manual clock stays
 
   bool ran = false;
-  std::thread poster([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
-    loop.post([&] { ran = true; });
-  });
+  std::thread poster([&] { loop.post([&] { ran = true; }); });
   EXPECT_TRUE(loop.runUntil([&] { return ran; }, 10));
   poster.join();
   EXPECT_TRUE(loop.isMainThread());
@@ -185,7 +174,6 @@ TEST_F(RunLoopTest, RunWaitsForWorkUntilQuit) {
   auto& loop = RunLoop::main();
   int ran = 0;
   std::thread other([&] {
-    std::this_thread::sleep_for(std::chrono::milliseconds(20));
     loop.post([&] { ++ran; });
     loop.post([&] { loop.quit(); });
     loop.post([&] { ++ran; });  // left for the next drive of the loop

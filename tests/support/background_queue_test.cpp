@@ -23,7 +23,7 @@
 #include "iam/support/LegacyZTBackgroundQueue.h"
 #include "iam/support/LegacyZTCancelableOperation.h"
 #include "iam/support/OperationQueue.h"
-#include "testing/CapturingLogSink.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam {
 namespace {
@@ -58,8 +58,8 @@ class Journal {
 class BackgroundQueueTest : public ::testing::Test {
  protected:
   void SetUp() override { drainMain(); }  // this thread drives the main loop
-  void TearDown() override { EXPECT_TRUE(ZTDispatchTools::settleForTesting()); }
   static void drainMain() { RunLoop::main().runUntilIdle(); }
+  testing::TestEnvironment env;
 };
 
 TEST_F(BackgroundQueueTest, OperationsRunInOrderOneAtATimeAndFinishOnTheMainThread) {
@@ -78,7 +78,6 @@ TEST_F(BackgroundQueueTest, OperationsRunInOrderOneAtATimeAndFinishOnTheMainThre
     queue->performOnBackground(
         [&, i]() -> std::any {
           mostAtOnce = std::max(mostAtOnce.load(), ++running);
-          std::this_thread::sleep_for(std::chrono::microseconds(200));
           journal.note("work " + std::to_string(i));
           --running;
           return i * 10;
@@ -183,15 +182,17 @@ TEST_F(BackgroundQueueTest, DestroyingTheQueueCancelsWhatWaitsAndJoins) {
     queue.performNoResultOnBackground(
         [&] {
           started.open();
-          while (!release.load()) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+          release.wait(false);
           journal.note("running work");
         },
         [&] { journal.note("running finished"); });
     queue.performNoResultOnBackground([&] { journal.note("waiting work"); }, [&] { journal.note("waiting finished"); });
     ASSERT_TRUE(started.wait());
     opener = std::thread([&] {
-      std::this_thread::sleep_for(std::chrono::milliseconds(100));
+      // Pacing, not waiting: the destructor should be under way when the block is let go.
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
       release = true;
+      release.notify_all();
     });
   }  // cancels, then waits for the running block
   opener.join();
@@ -214,10 +215,8 @@ TEST_F(BackgroundQueueTest, AQueueReleasedByItsOwnOperationCancelsTheRest) {
   std::weak_ptr<LegacyZTBackgroundQueue> watch = queue;
   queue.reset();
   othersDropped->open();
-  const auto deadline = std::chrono::steady_clock::now() + std::chrono::seconds(10);
-  while (!watch.expired() && std::chrono::steady_clock::now() < deadline) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  env.settle();
   EXPECT_TRUE(watch.expired());
-  std::this_thread::sleep_for(std::chrono::milliseconds(50));
   EXPECT_EQ(journal->entries(), Entries{"releasing work"});
 }
 
@@ -238,7 +237,7 @@ TEST_F(BackgroundQueueTest, ClassOperationsRunOnThePoolAndFinishOnTheMainThread)
   LegacyZTBackgroundQueue::performNoCancelNoResultOnBackground([&] { ++done; }, nullptr);
   LegacyZTBackgroundQueue::performNoCancelOnBackground([&]() -> std::any { ++done; return 0; }, nullptr);
   ASSERT_TRUE(RunLoop::main().runUntil([&] { return done.load() == 5; }, 10));
-  ASSERT_TRUE(ZTDispatchTools::settleForTesting());
+  env.settle();
   EXPECT_TRUE(workOffMain.load());
   auto entries = journal.entries();
   std::sort(entries.begin(), entries.end());
@@ -246,7 +245,7 @@ TEST_F(BackgroundQueueTest, ClassOperationsRunOnThePoolAndFinishOnTheMainThread)
 }
 
 TEST_F(BackgroundQueueTest, AThrowingWorkBlockIsContainedAndSkipsItsFinishedBlock) {
-  iam::testing::CapturingLogSink log;
+  auto& log = env.log();
   LegacyZTBackgroundQueue queue("throws");
   std::atomic<bool> finished{false}, nextRan{false};
   queue.performNoResultOnBackground([] { throw std::runtime_error("boom"); }, [&] { finished = true; });

@@ -12,6 +12,7 @@
 #include <thread>
 
 #include "iam/net/OspreyWebServiceEncryptionDetails.h"
+#include "iam/platform/Thread.h"
 #include "iam/service/IAMWebService.h"
 
 namespace iam {
@@ -55,7 +56,7 @@ struct ReferenceMarketingService::Impl {
   Options options;  // constant after construction
 
   std::unique_ptr<httplib::Server> server;  // set by start, reset by stop (caller's thread)
-  std::thread listener;
+  iam::Thread listener;
   std::string host;
   int port = 0;
 
@@ -171,7 +172,8 @@ bool ReferenceMarketingService::start(const std::string& host, int port) {
   impl_->port = bound;
   httplib::Server* raw = server.get();
   impl_->server = std::move(server);
-  impl_->listener = std::thread([raw] { raw->listen_after_bind(); });
+  impl_->listener = iam::ThreadService::current()->start("iam.refservice", iam::ThreadPriority::Normal,
+                                                         [raw] { raw->listen_after_bind(); });
   // A stop that comes before the server runs would be lost and leave the listener in accept().
   for (int i = 0; i < 5000 && !raw->is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   return raw->is_running();
