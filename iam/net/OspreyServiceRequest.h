@@ -9,7 +9,6 @@
 #include "iam/net/HttpRequestConfig.h"
 #include "iam/net/HttpResponseType.h"
 #include "iam/net/OspreyServiceContentInfo.h"
-#include "iam/net/ZTCancelledFlag.h"
 #include "iam/net/ZTOspreyServiceRequestResultInterface.h"
 #include "iam/platform/KeyedArchive.h"
 
@@ -18,6 +17,8 @@ class element;
 }
 
 namespace iam {
+
+class ZTCancelledFlag;
 
 // One call of a service method, made by `OspreyWebService::createRequestFor` and run by
 // `OspreyWebService::execute`. Configure it on one thread before executing it; the running call

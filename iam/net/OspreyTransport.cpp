@@ -1,4 +1,4 @@
-#include "iam/net/OspreyTransport.h"
+#include "iam/net/internal/OspreyTransport.h"
 
 #include <curl/curl.h>
 #include <fmt/format.h>
@@ -19,6 +19,7 @@
 #include "iam/platform/Clock.h"
 #include "iam/platform/Thread.h"
 #include "iam/platform/ZTDispatchTools.h"
+#include "iam/net/internal/ZTCancelledFlag.h"
 
 namespace iam {
 

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "iam/net/OspreyTransport.h"
+#include "iam/net/internal/OspreyTransport.h"
 #include "iam/platform/URL.h"
 
 namespace iam {

@@ -9,6 +9,7 @@
 #include "iam/platform/Environment.h"
 #include "iam/service/AdvertisementsResponseParser.h"
 #include "iam/service/NativeQualityNetworkResponseParser.h"
+#include "iam/net/internal/ZTCancelledFlag.h"
 
 namespace iam {
 

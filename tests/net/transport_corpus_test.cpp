@@ -9,6 +9,7 @@
 #include "TestHttpServer.h"
 #include "iam/net/OspreyWebService.h"
 #include "iam/platform/RunLoop.h"
+#include "iam/net/internal/ZTCancelledFlag.h"
 
 namespace iam {
 namespace {

@@ -10,6 +10,7 @@
 #include "iam/net/OspreyWebService.h"
 #include "iam/platform/Clock.h"
 #include "iam/platform/RunLoop.h"
+#include "iam/net/internal/ZTCancelledFlag.h"
 #include "testing/TestEnvironment.h"
 
 namespace iam {
