@@ -20,6 +20,7 @@
 #include "iam/platform/ZTSettings.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
+#include "iam/platform/SQLitePreferencesStore.h"
 
 namespace {
 

@@ -3,7 +3,7 @@
 #include <fmt/format.h>
 
 #include "iam/platform/LogBridge.h"
-#include "iam/platform/PreferencesStore.h"
+#include "iam/platform/SQLitePreferencesStore.h"
 
 namespace iam {
 namespace {

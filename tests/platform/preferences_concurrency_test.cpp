@@ -7,6 +7,8 @@
 
 #include "iam/platform/PreferencesStore.h"
 #include "iam/platform/ZTSettings.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
+#include "iam/platform/SQLitePreferencesStore.h"
 #include "platform/ScratchDirectory.h"
 
 namespace iam {

@@ -7,6 +7,8 @@
 
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/ZTSettings.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
+#include "iam/platform/SQLitePreferencesStore.h"
 #include "testing/CapturingLogSink.h"
 #include "platform/ScratchDirectory.h"
 

@@ -12,6 +12,7 @@
 #include "iam/platform/KeyedArchive.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/PreferencesStore.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
 #include "testing/CapturingLogSink.h"
 
 namespace iam::testing {

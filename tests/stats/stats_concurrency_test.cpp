@@ -12,6 +12,7 @@
 #include "iam/platform/PreferencesStore.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
+#include "iam/platform/SQLitePreferencesStore.h"
 #include "platform/ScratchDirectory.h"
 
 namespace iam {

@@ -10,6 +10,7 @@
 #include "iam/platform/ZTSettings.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
 #include "stats/StatsTestSupport.h"
 
 namespace iam {

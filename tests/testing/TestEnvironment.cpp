@@ -5,6 +5,7 @@
 #include "iam/platform/InfoLogSwitch.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/ZTDispatchTools.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
 
 namespace iam::testing {
 

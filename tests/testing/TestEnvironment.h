@@ -5,6 +5,7 @@
 #include "iam/platform/Clock.h"
 #include "iam/platform/Date.h"
 #include "iam/platform/PreferencesStore.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
 #include "testing/CapturingLogSink.h"
 
 namespace iam::testing {

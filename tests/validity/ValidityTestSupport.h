@@ -18,6 +18,7 @@
 #include "iam/stats/ZTIAMAdvertisementStats.h"
 #include "iam/stats/ZTIAMAppEventStats.h"
 #include "iam/stats/ZTIAMStatsGetterHelper.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
 #include "testing/CapturingLogSink.h"
 
 namespace iam::testing {

@@ -21,6 +21,7 @@
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/ZTDispatchTools.h"
 #include "iam/platform/ZTSettings.h"
+#include "iam/platform/SQLitePreferencesStore.h"
 
 namespace {
 

@@ -1,5 +1,6 @@
 // A host that only links the installed package and uses its umbrella header.
 #include "iam/iam.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
 
 int main() {
   iam::PreferencesStore::setStandard(std::make_shared<iam::InMemoryPreferencesStore>());
