@@ -3,6 +3,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 scripts/setup-deps.sh >/dev/null
-cmake --preset release -DIAM_BUILD_TESTS=OFF >/dev/null
-cmake --build --preset release -j "$(nproc)" --target iam_demo >/dev/null
-exec build/release/tools/iam/iam_demo "$@"
+# Its own build folder, so that the release and test builds keep their settings.
+cmake --preset demo >/dev/null
+cmake --build --preset demo -j "$(nproc)" --target iam_demo >/dev/null
+exec build/demo/tools/iam/iam_demo "$@"

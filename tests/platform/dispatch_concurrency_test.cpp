@@ -164,15 +164,17 @@ TEST(LogSinkLifetimeTest, ACaptureGoingAwayWhileAnotherThreadLogsLosesNoMemory) 
   std::thread logger([&] {
     while (!stop) LogBridge::warning("IAM: from another thread", "test", __LINE__, "logger");
   });
-  std::size_t captured = 0;
-  for (int i = 0; i < 300; ++i) {
+  // Each capture lives until the other thread has logged into it, so that it goes away while
+  // that thread is still logging; ASan or TSan report a line reaching a destroyed capture.
+  int overlapped = 0;
+  for (int i = 0; i < 100; ++i) {
     testing::CapturingLogSink sink;
-    std::this_thread::yield();
-    captured += sink.records().size();
+    for (int spin = 0; spin < 1'000'000 && sink.records().empty(); ++spin) std::this_thread::yield();
+    if (!sink.records().empty()) ++overlapped;
   }
   stop = true;
   logger.join();
-  EXPECT_GT(captured, 0u);
+  EXPECT_GT(overlapped, 0);
 }
 
 TEST(ThreadServiceTest, TheDefaultServiceNamesItsThreadsAndLowersBackgroundPriority) {
