@@ -5,7 +5,8 @@
 #include <memory>
 #include <string>
 
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 
 #include "iam/model/Advertisement.h"
 #include "iam/model/AdvertisementTrigger.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
 #include "iam/platform/PreferencesStore.h"
 #include "iam/platform/ZTSettings.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"

@@ -2,8 +2,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(AdvertisedApp);
-
 namespace {
 constexpr std::string_view kReviewPagePrefix =
     "itms-apps://itunes.apple.com/WebObjects/MZStore.woa/wa/viewContentsUserReviews?type=Purple+Software&id=";

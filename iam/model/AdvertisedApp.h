@@ -7,7 +7,8 @@
 
 #include "iam/model/StoreAppInfo.h"
 #include "iam/model/ZTIAMResource.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 
 namespace iam {
 

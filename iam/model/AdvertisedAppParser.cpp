@@ -2,7 +2,7 @@
 
 #include <charconv>
 
-#include "iam/model/JsonFields.hpp"
+#include "iam/model/internal/JsonFields.h"
 
 namespace iam {
 
@@ -86,14 +86,7 @@ std::shared_ptr<StoreAppInfo> AdvertisedAppParser::parseStoreInfo(const simdjson
 
 std::shared_ptr<AdvertisedApp> AdvertisedAppParser::parse(std::string_view text,
                                                           ZTIAMParseDiagnostics* diagnostics) const {
-  std::shared_ptr<AdvertisedApp> result;
-  ZTIAMParseContext context(diagnostics);
-  try {
-    json::withParsedText(text, context, kDropped, [&](const json::element& root) { result = parse(root, context); });
-  } catch (...) {
-    return nullptr;
-  }
-  return result;
+  return json::parseText(text, diagnostics, kDropped, [this](auto& root, auto& context) { return parse(root, context); });
 }
 
 }  // namespace iam

@@ -4,8 +4,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(Advertisement);
-
 namespace {
 
 constexpr std::string_view kDefaultTextColor = "303030";

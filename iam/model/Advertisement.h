@@ -20,7 +20,8 @@
 #include "iam/model/ZTIAMResource.h"
 #include "iam/platform/Color.h"
 #include "iam/platform/Date.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/platform/URL.h"
 
 namespace iam {

@@ -5,7 +5,7 @@
 #include <cstdlib>
 #include <limits>
 
-#include "iam/model/JsonFields.hpp"
+#include "iam/model/internal/JsonFields.h"
 
 namespace iam {
 
@@ -114,14 +114,7 @@ std::shared_ptr<Advertisement> AdvertisementParser::parse(const simdjson::dom::e
 
 std::shared_ptr<Advertisement> AdvertisementParser::parse(std::string_view text,
                                                           ZTIAMParseDiagnostics* diagnostics) const {
-  std::shared_ptr<Advertisement> result;
-  ZTIAMParseContext context(diagnostics);
-  try {
-    json::withParsedText(text, context, kDropped, [&](const json::element& root) { result = parse(root, context); });
-  } catch (...) {
-    return nullptr;
-  }
-  return result;
+  return json::parseText(text, diagnostics, kDropped, [this](auto& root, auto& context) { return parse(root, context); });
 }
 
 std::shared_ptr<Advertisement> AdvertisementParser::parseAdvertisement(const simdjson::dom::element& data,

@@ -2,8 +2,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(AdvertisementTarget);
-
 namespace {
 void encodeOptional(KeyedArchiver& coder, const std::optional<std::int64_t>& value, std::string_view key) {
   if (value) {

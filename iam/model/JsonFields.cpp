@@ -1,4 +1,4 @@
-#include "iam/model/JsonFields.hpp"
+#include "iam/model/internal/JsonFields.h"
 
 #include <algorithm>
 #include <cstring>

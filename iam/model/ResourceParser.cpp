@@ -1,6 +1,6 @@
 #include "iam/model/ResourceParser.h"
 
-#include "iam/model/JsonFields.hpp"
+#include "iam/model/internal/JsonFields.h"
 
 #include <vector>
 

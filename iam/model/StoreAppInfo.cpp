@@ -2,8 +2,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(StoreAppInfo);
-
 // "_subtitle" is written before "_name" but read after it; the order of the keys is part of the
 // format and kept as it is.
 void StoreAppInfo::encodeWithCoder(KeyedArchiver& coder) const {

@@ -5,7 +5,8 @@
 #include <string>
 #include <string_view>
 
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 
 namespace iam {
 

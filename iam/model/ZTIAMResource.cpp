@@ -2,8 +2,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(ZTIAMResource);
-
 void ZTIAMResource::encodeWithCoder(KeyedArchiver& coder) const {
   coder.encodeString(std::string_view(key_), "_key");
   coder.encodeString(value_, "_value");

@@ -4,8 +4,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(OspreyServiceContentInfo);
-
 OspreyServiceContentInfo::OspreyServiceContentInfo(Date localCreatedAt, bool isLocalExpired)
     : localCreatedAt_(localCreatedAt), isLocalExpired_(isLocalExpired) {}
 

@@ -10,7 +10,7 @@
 #include "iam/net/HttpResponseType.h"
 #include "iam/net/OspreyServiceContentInfo.h"
 #include "iam/net/ZTOspreyServiceRequestResultInterface.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/Archivable.h"
 
 namespace simdjson::dom {
 class element;

@@ -11,7 +11,7 @@
 #include "iam/net/OspreyServiceRequest.h"
 #include "iam/net/OspreyWebServiceEncryptionDetails.h"
 #include "iam/net/RequestTicketType.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/Archivable.h"
 
 namespace iam {
 

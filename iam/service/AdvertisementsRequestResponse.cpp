@@ -4,8 +4,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(AdvertisementsRequestResponse);
-
 bool ZTIAMIsResponseContentExpired(const OspreyServiceContentInfo* contentInfo) {
   // One day, on purpose not the answer's maximumAge: the service must not be able to extend it.
   constexpr TimeInterval kOneDay = 86400;

@@ -9,7 +9,8 @@
 
 #include "iam/model/Advertisement.h"
 #include "iam/net/OspreyServiceContentInfo.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/service/AppConfig.h"
 
 namespace iam {

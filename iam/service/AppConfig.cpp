@@ -4,8 +4,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(AppConfig);
-
 std::vector<std::string> AppConfig::allAtributeKeys() const {
   std::vector<std::string> keys;
   keys.reserve(attributes_.size());

@@ -7,7 +7,8 @@
 #include <string_view>
 #include <vector>
 
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/service/ZTIAMAppConfigType.h"
 
 namespace iam {

@@ -4,8 +4,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(NativeQualityNetworkResponse);
-
 NativeQualityNetworkResponse::NativeQualityNetworkResponse(
     std::vector<std::shared_ptr<ZTIAMQualityNetworkRankedAppType>> rankedApps,
     std::shared_ptr<OspreyServiceContentInfo> contentInfo)

@@ -8,7 +8,8 @@
 #include <vector>
 
 #include "iam/net/OspreyServiceContentInfo.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/service/ZTIAMQualityNetworkRankedApp.h"
 
 namespace iam {

@@ -1,6 +1,6 @@
 #include "iam/service/NativeQualityNetworkResponseParser.h"
 
-#include "iam/model/JsonFields.hpp"
+#include "iam/model/internal/JsonFields.h"
 
 namespace iam {
 
@@ -21,16 +21,9 @@ std::shared_ptr<NativeQualityNetworkResponse> NativeQualityNetworkResponseParser
 std::shared_ptr<NativeQualityNetworkResponse> NativeQualityNetworkResponseParser::parse(
     std::string_view text, std::shared_ptr<OspreyServiceContentInfo> contentInfo, std::optional<std::string> etag,
     ZTIAMParseDiagnostics* diagnostics) const {
-  std::shared_ptr<NativeQualityNetworkResponse> result;
-  const ZTIAMParseContext context(diagnostics);
-  try {
-    json::withParsedText(text, context, kDropped, [&](const json::element& root) {
-      result = parseAnswer(root, std::move(contentInfo), std::move(etag), context);
-    });
-  } catch (...) {
-    return nullptr;
-  }
-  return result;
+  return json::parseText(text, diagnostics, kDropped, [&](auto& root, auto& context) {
+    return parseAnswer(root, std::move(contentInfo), std::move(etag), context);
+  });
 }
 
 std::shared_ptr<NativeQualityNetworkResponse> NativeQualityNetworkResponseParser::parseAnswer(

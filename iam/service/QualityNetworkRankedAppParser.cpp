@@ -1,6 +1,6 @@
 #include "iam/service/QualityNetworkRankedAppParser.h"
 
-#include "iam/model/JsonFields.hpp"
+#include "iam/model/internal/JsonFields.h"
 
 namespace iam {
 
@@ -64,14 +64,7 @@ std::shared_ptr<ZTIAMQualityNetworkRankedApp> QualityNetworkRankedAppParser::par
 
 std::shared_ptr<ZTIAMQualityNetworkRankedApp> QualityNetworkRankedAppParser::parse(
     std::string_view text, ZTIAMParseDiagnostics* diagnostics) const {
-  std::shared_ptr<ZTIAMQualityNetworkRankedApp> result;
-  ZTIAMParseContext context(diagnostics);
-  try {
-    json::withParsedText(text, context, kDropped, [&](const json::element& root) { result = parse(root, context); });
-  } catch (...) {
-    return nullptr;
-  }
-  return result;
+  return json::parseText(text, diagnostics, kDropped, [this](auto& root, auto& context) { return parse(root, context); });
 }
 
 }  // namespace iam

@@ -2,8 +2,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(ZTIAMQualityNetworkRankedApp);
-
 void ZTIAMQualityNetworkRankedApp::addResource(std::shared_ptr<ZTIAMResourceType> resource) {
   if (!resource) return;
   auto key = resource->key();

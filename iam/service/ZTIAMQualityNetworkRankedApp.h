@@ -9,7 +9,8 @@
 
 #include "iam/model/AdvertisedApp.h"
 #include "iam/model/ZTIAMResource.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/service/ZTIAMQualityNetworkPriority.h"
 
 namespace iam {

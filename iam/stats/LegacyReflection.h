@@ -40,7 +40,8 @@
 #include <vector>
 
 #include "iam/platform/Date.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/stats/LegacyValue.h"
 
 namespace iam {

@@ -9,7 +9,7 @@
 #include <variant>
 
 #include "iam/platform/Date.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/Archivable.h"
 
 namespace iam {
 

@@ -6,8 +6,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(ZTIAMAdvertisementEvent);
-
 const LegacyClass& ZTIAMAdvertisementEvent::legacyClass() {
   using T = ZTIAMAdvertisementEvent;
   static constexpr LegacyIvar kIvars[] = {

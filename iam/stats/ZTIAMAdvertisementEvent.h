@@ -10,7 +10,8 @@
 #include "iam/model/AdvertisementTrigger.h"
 #include "iam/model/ZTIAMAdvertisementEventType.h"
 #include "iam/platform/Date.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/stats/LegacyReflection.h"
 
 namespace iam {

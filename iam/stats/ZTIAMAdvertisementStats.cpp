@@ -6,8 +6,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(ZTIAMAdvertisementStats);
-
 const LegacyClass& ZTIAMAdvertisementStats::legacyClass() {
   using T = ZTIAMAdvertisementStats;
   static constexpr LegacyIvar kIvars[] = {

@@ -9,7 +9,8 @@
 
 #include "iam/model/AdvertisementTrigger.h"
 #include "iam/platform/Date.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/stats/LegacyReflection.h"
 #include "iam/stats/ZTIAMAdvertisementTriggerStats.h"
 

@@ -4,8 +4,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(ZTIAMAdvertisementTriggerStats);
-
 const LegacyClass& ZTIAMAdvertisementTriggerStats::legacyClass() {
   using T = ZTIAMAdvertisementTriggerStats;
   static constexpr LegacyIvar kIvars[] = {

@@ -7,7 +7,8 @@
 #include <string_view>
 
 #include "iam/platform/Date.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/stats/LegacyReflection.h"
 
 namespace iam {

@@ -6,8 +6,6 @@
 
 namespace iam {
 
-IAM_REGISTER_ARCHIVABLE(ZTIAMAppEventStats);
-
 const LegacyClass& ZTIAMAppEventStats::legacyClass() {
   using T = ZTIAMAppEventStats;
   static constexpr LegacyIvar kIvars[] = {

@@ -11,7 +11,8 @@
 #include <msgpack.hpp>
 #include <nlohmann/json.hpp>
 
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 
 namespace iam::testing {
 

@@ -1,4 +1,6 @@
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/ArchiveClassRegistry.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 
 #include <gtest/gtest.h>
 
@@ -31,7 +33,7 @@ struct Leaf : Archivable {
     return std::make_shared<Leaf>(*id, *name);
   }
 };
-IAM_REGISTER_ARCHIVABLE(Leaf);
+[[maybe_unused]] const bool kLeafRegistered = (ArchiveClassRegistry::registerClass<Leaf>(), true);
 
 // One field of every kind the archive carries, and a child of its own class.
 struct Sample : Archivable {
@@ -92,7 +94,7 @@ struct Sample : Archivable {
     return s;
   }
 };
-IAM_REGISTER_ARCHIVABLE(Sample);
+[[maybe_unused]] const bool kSampleRegistered = (ArchiveClassRegistry::registerClass<Sample>(), true);
 
 // A chain of nodes, for depth limits.
 struct Node : Archivable {

@@ -5,6 +5,7 @@
 
 #include <fstream>
 
+#include "iam/platform/ArchiveClassRegistry.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/ZTSettings.h"
 #include "iam/platform/InMemoryPreferencesStore.h"
@@ -29,7 +30,7 @@ struct Counter : Archivable {
     return n ? std::make_shared<Counter>(*n) : nullptr;
   }
 };
-IAM_REGISTER_ARCHIVABLE(Counter);
+[[maybe_unused]] const bool kCounterRegistered = (ArchiveClassRegistry::registerClass<Counter>(), true);
 
 Bytes bytes(std::string_view s) { return Bytes(s.begin(), s.end()); }
 

@@ -7,9 +7,11 @@
 #include <string>
 #include <vector>
 
+#include "iam/ArchivableClasses.h"
 #include "iam/platform/Clock.h"
 #include "iam/platform/InfoLogSwitch.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/PreferencesStore.h"
 #include "iam/platform/InMemoryPreferencesStore.h"

@@ -7,6 +7,7 @@
 #include <thread>
 #include <vector>
 
+#include "iam/ArchivableClasses.h"
 #include "iam/model/Advertisement.h"
 #include "iam/model/AdvertisementTrigger.h"
 #include "iam/platform/PreferencesStore.h"

@@ -14,7 +14,8 @@
 #include <vector>
 
 #include "iam/platform/Clock.h"
-#include "iam/platform/KeyedArchive.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/NotificationCenter.h"
 #include "iam/platform/PreferencesStore.h"

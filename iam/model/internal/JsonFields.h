@@ -1,7 +1,7 @@
 #pragma once
 
-// Reading the members of the service's JSON answers with the answers' own types. Private to the
-// parsers' .cpp files, because it pulls in simdjson; it is not one of the installed headers.
+// Reading the members of the service's JSON answers with the answers' own types. Only the parsers'
+// .cpp files include it, because it pulls in simdjson.
 //
 // The types are strict: a boolean is not an integer, a string is not a number, null is nothing.
 // An integer is a JSON number with an exact signed 64-bit value (so 14.0 is the integer 14, 14.5
@@ -14,6 +14,7 @@
 #include <optional>
 #include <string>
 #include <string_view>
+#include <type_traits>
 
 #include <fmt/format.h>
 
@@ -172,10 +173,22 @@ inline Date dateFromTimestamp(double seconds) {
 bool withParsedText(std::string_view text, const ZTIAMParseContext& context, std::string_view consequence,
                     void (*body)(void*, const element&), void* bodyContext);
 
-template <class F>
-bool withParsedText(std::string_view text, const ZTIAMParseContext& context, std::string_view consequence, F&& body) {
-  return withParsedText(
-      text, context, consequence, [](void* c, const element& root) { (*static_cast<F*>(c))(root); }, &body);
+// The text form of every parser: parses `text` as above and answers `parse(root, context)`. None
+// on invalid JSON or when anything throws.
+template <class Parse>
+auto parseText(std::string_view text, ZTIAMParseDiagnostics* diagnostics, std::string_view consequence, Parse&& parse)
+    -> std::invoke_result_t<Parse&, const element&, const ZTIAMParseContext&> {
+  std::invoke_result_t<Parse&, const element&, const ZTIAMParseContext&> result;
+  const ZTIAMParseContext context(diagnostics);
+  auto body = [&](const element& root) { result = parse(root, context); };
+  try {
+    withParsedText(
+        text, context, consequence,
+        [](void* b, const element& root) { (*static_cast<decltype(body)*>(b))(root); }, &body);
+  } catch (...) {
+    return nullptr;
+  }
+  return result;
 }
 
 }  // namespace iam::json
