@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "iam/ArchivableClasses.h"
 #include "iam/model/Advertisement.h"
 #include "iam/model/AdvertisementTrigger.h"
 #include "iam/platform/KeyedArchiver.h"

@@ -2,7 +2,7 @@
 
 #include <chrono>
 
-#include <msgpack.hpp>
+#include <msgpack/object.hpp>
 
 #include "iam/platform/ArchiveClassRegistry.h"
 #include "iam/platform/KeyedUnarchiver.h"

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <cstring>
 
-#include <msgpack.hpp>
+#include <msgpack/pack.hpp>
 
 #include "iam/platform/internal/ArchiveFormat.h"
 

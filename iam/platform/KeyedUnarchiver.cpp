@@ -2,7 +2,9 @@
 
 #include <cstring>
 
-#include <msgpack.hpp>
+#include <msgpack/null_visitor.hpp>
+#include <msgpack/parse.hpp>
+#include <msgpack/unpack.hpp>
 
 #include "iam/platform/internal/ArchiveFormat.h"
 
