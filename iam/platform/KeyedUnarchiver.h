@@ -24,7 +24,8 @@ namespace iam {
 // exception leaves the decoder.
 class KeyedUnarchiver {
  public:
-  // Whole-archive entry points: none when the bytes are not a readable archive of the class.
+  // Whole-archive entry points: none when the bytes are not a readable archive of the class (for
+  // the untyped one, of a class known to `ArchiveClassRegistry`).
   static std::shared_ptr<Archivable> unarchivedObjectFromData(std::span<const std::uint8_t> data);
   template <class T>
   static std::shared_ptr<T> unarchivedObjectOfClass(std::span<const std::uint8_t> data) {
