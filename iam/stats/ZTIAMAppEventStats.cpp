@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "iam/platform/Clock.h"
+#include "iam/stats/internal/LegacyBox.h"
 
 namespace iam {
 
@@ -27,6 +28,7 @@ std::string ZTIAMAppEventStats::eventKey() const {
 void ZTIAMAppEventStats::setEventKey(std::string eventKey) {
   std::lock_guard lock(fieldsMutex());
   eventKey_ = std::move(eventKey);
+  fieldsDidChange();
 }
 
 std::int64_t ZTIAMAppEventStats::count() const {
@@ -43,6 +45,7 @@ void ZTIAMAppEventStats::incrementCount() {
   std::lock_guard lock(fieldsMutex());
   ++count_;
   mostRecentOccurrence_ = Clock::currentDate();
+  fieldsDidChange();
 }
 
 void ZTIAMAppEventStats::encodeWithCoder(KeyedArchiver& coder) const { automatedEncodeWithEncoder(coder); }
