@@ -166,7 +166,7 @@ TEST_F(StatsStoreTest, SavesWriteWhatAFullEncodingGivesAfterRandomEventsResetsAn
     const auto& trigger = *triggers[static_cast<std::size_t>(pick(8))];
     auto record = [&] { return helper->getAdvertisementStatsByAdvertisementId(trigger.advertisement()->advertisementId()); };
     const auto event = eventFor(trigger.advertisement(), ZTIAMAdvertisementEventTypeClick);
-    switch (pick(14)) {
+    switch (pick(15)) {
       case 0: helper->handleAdvertisementImpression(*event); break;
       case 1: helper->handleAdvertisementDismiss(*event); break;
       case 11: helper->handleAdvertisementClick(*event); break;
@@ -177,6 +177,7 @@ TEST_F(StatsStoreTest, SavesWriteWhatAFullEncodingGivesAfterRandomEventsResetsAn
       case 5: record()->setMostRecentImpressionDate(std::nullopt); break;
       case 6: record()->getTriggerStatsWithTriggerId(trigger.triggerId())->incrementCount(); break;
       case 7: helper->getAppEventStatsByEventKey("looked-up-" + std::to_string(pick(9))); break;
+      case 13: record()->getTriggerStatsWithTriggerId("looked-up-" + std::to_string(pick(9))); break;
       case 8: if (pick(4) == 0) helper->resetAllStats(); break;
       case 9:
         helper->waitUntilSavesAreFinished();
