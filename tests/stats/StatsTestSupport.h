@@ -14,9 +14,6 @@
 
 namespace iam::testing {
 
-inline constexpr const char* kReflectionLogFile =
-    "InAppMarketing/source/Logic/Stats/Legacy/NSObject/NSObject+LegacyReflection";
-
 // The test environment (manual clock, in-memory preferences, log capture) comes first, so that it
 // outlives everything the test makes.
 class StatsTest : public ::testing::Test {

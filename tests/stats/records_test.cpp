@@ -1,6 +1,5 @@
 #include <gtest/gtest.h>
 
-#include <algorithm>
 #include <memory>
 #include <optional>
 #include <string>
@@ -24,12 +23,7 @@ using testing::archivedKeys;
 using testing::decodeScripted;
 using testing::unarchive;
 
-class RecordsTest : public testing::StatsTest {
- protected:
-  Date at(double secondsFromStart) const { return dateByAddingTimeInterval(start, secondsFromStart); }
-
-  const Date start = clock().now();
-};
+class RecordsTest : public testing::StatsTest {};
 
 TEST_F(RecordsTest, EachRecordArchivesUnderItsFieldNames) {
   const std::string excluded(LegacyReflection::kExcludedIvarsKey);
@@ -86,7 +80,7 @@ TEST_F(RecordsTest, TriggerFiringsCountOnOneRecordPerTriggerIdWithoutFillingTheI
   clock().advance(5);
   stats.handleTriggerFired(*trigger);
   EXPECT_EQ(first->count(), 2);
-  EXPECT_EQ(first->mostRecentOccurrence(), at(10));
+  EXPECT_EQ(first->mostRecentOccurrence(), clock().now());
   EXPECT_EQ(first->triggerId(), std::nullopt);
   EXPECT_EQ(stats.triggerStats().size(), 1u);
 }
@@ -104,15 +98,10 @@ TEST_F(RecordsTest, AnOlderArchiveDecodesWithOneWarningPerMissingField) {
     c.encodeStringArray({}, LegacyReflection::kExcludedIvarsKey);
   });
   ASSERT_NE(old, nullptr);
-  std::vector<std::string> expected = {
-      "No encoded value found for ivar '_createdDate'.",
-      "No encoded value found for ivar '_mostRecentPostponeDate'.",
-      "No encoded value found for ivar '_numberOfPostpones'.",
-      "No encoded value found for ivar '_triggerStats'.",
-  };
-  auto got = warnings();
-  std::sort(got.begin(), got.end());
-  EXPECT_EQ(got, expected);
+  EXPECT_EQ(warnings().size(), 4u);
+  for (std::string field : {"_triggerStats", "_createdDate", "_numberOfPostpones", "_mostRecentPostponeDate"}) {
+    EXPECT_TRUE(env.log().contains("No encoded value found for ivar '" + field + "'.")) << field;
+  }
   EXPECT_EQ(old->numberOfImpressions(), 4);
   EXPECT_EQ(old->createdDate(), std::nullopt);  // decoding does not stamp one
   old->getTriggerStatsWithTriggerId("t")->incrementCount();  // the map is usable
@@ -135,12 +124,9 @@ TEST_F(RecordsTest, EventsCarryTheirAdvertisementTriggerTargetAndTime) {
   auto copy = unarchive<ZTIAMAdvertisementEvent>(archive(*shown));
   ASSERT_NE(copy, nullptr);
   EXPECT_TRUE(warnings().empty());
-  EXPECT_EQ(copy->advertisementEventType(), ZTIAMAdvertisementEventTypeImpression);
-  EXPECT_EQ(copy->date(), at(0.5));
-  EXPECT_EQ(copy->advertisementId(), "ad-9");
-  ASSERT_NE(copy->trigger(), nullptr);
+  EXPECT_EQ(archive(*copy), archive(*shown));  // every field came back
+  EXPECT_EQ(copy->date(), clock().now());
   EXPECT_EQ(copy->trigger()->triggerId(), "t-9");
-  EXPECT_EQ(copy->target(), nullptr);
 
   // An advertisement where a trigger belongs is not assigned.
   auto mismatched = decodeScripted<ZTIAMAdvertisementEvent>([&](KeyedArchiver& c) {
