@@ -156,7 +156,7 @@ TEST_F(StatsStoreTest, SavesWriteWhatAFullEncodingGivesAfterRandomEventsResetsAn
       case 12: helper->handleAdvertisementPostpone(*event); break;
       case 2: helper->handleTriggerFired(trigger); break;
       case 3: helper->handleAppEventWithKey("e-" + std::to_string(pick(4))); break;
-      case 4: record()->setNumberOfImpressions(pick(100)); break;
+      case 4: record()->setNumberOfImpressions(pick(300)); break;
       case 5: record()->setMostRecentImpressionDate(clock().now()); break;
       case 6: record()->getTriggerStatsWithTriggerId(trigger.triggerId())->incrementCount(); break;
       case 7: helper->getAppEventStatsByEventKey("looked-up-" + std::to_string(pick(9))); break;
