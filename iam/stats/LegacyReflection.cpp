@@ -4,6 +4,7 @@
 #include <limits>
 
 #include "iam/platform/LogBridge.h"
+#include "iam/stats/internal/LegacyBox.h"
 
 namespace iam {
 namespace {
@@ -376,6 +377,7 @@ void LegacyReflection::automatedDecodeWithObject(LegacyReflectable& object, cons
     if (std::find(excludedIvars.begin(), excludedIvars.end(), ivar.name) != excludedIvars.end()) return;
     decodeLocked(ivar.name, ivar.typeEncoding, object, decoder);
   });
+  object.fieldsDidChange();
 }
 
 void LegacyReflection::encodeValueWithKey(std::string_view key, std::string_view typeEncoding,
@@ -393,6 +395,7 @@ void LegacyReflection::decodeValueWithKey(std::string_view key, std::string_view
                                           LegacyReflectable& object, const KeyedUnarchiver& decoder) {
   std::lock_guard lock(object.fieldsMutex());
   decodeLocked(key, typeEncoding, object, decoder);
+  object.fieldsDidChange();
 }
 
 std::unordered_map<std::string, std::string> LegacyReflection::getIvarsWithTypeEncodingForClass(

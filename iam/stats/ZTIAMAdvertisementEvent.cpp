@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "iam/platform/Clock.h"
+#include "iam/stats/internal/LegacyBox.h"
 
 namespace iam {
 

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "iam/platform/Clock.h"
+#include "iam/stats/internal/LegacyBox.h"
 
 namespace iam {
 
@@ -46,6 +47,7 @@ std::string ZTIAMAdvertisementStats::advertisementId() const {
 void ZTIAMAdvertisementStats::setAdvertisementId(std::string advertisementId) {
   std::lock_guard lock(fieldsMutex());
   advertisementId_ = std::move(advertisementId);
+  changed();
 }
 
 std::int64_t ZTIAMAdvertisementStats::numberOfImpressions() const {
@@ -56,6 +58,7 @@ std::int64_t ZTIAMAdvertisementStats::numberOfImpressions() const {
 void ZTIAMAdvertisementStats::setNumberOfImpressions(std::int64_t value) {
   std::lock_guard lock(fieldsMutex());
   numberOfImpressions_ = value;
+  changed();
 }
 
 std::int64_t ZTIAMAdvertisementStats::numberOfClicks() const {
@@ -81,6 +84,7 @@ std::optional<Date> ZTIAMAdvertisementStats::mostRecentImpressionDate() const {
 void ZTIAMAdvertisementStats::setMostRecentImpressionDate(std::optional<Date> value) {
   std::lock_guard lock(fieldsMutex());
   mostRecentImpressionDate_ = value;
+  changed();
 }
 
 std::optional<Date> ZTIAMAdvertisementStats::mostRecentClickDate() const {
@@ -102,24 +106,28 @@ void ZTIAMAdvertisementStats::handleImpression() {
   std::lock_guard lock(fieldsMutex());
   ++numberOfImpressions_;
   mostRecentImpressionDate_ = Clock::currentDate();
+  changed();
 }
 
 void ZTIAMAdvertisementStats::handleClick() {
   std::lock_guard lock(fieldsMutex());
   ++numberOfClicks_;
   mostRecentClickDate_ = Clock::currentDate();
+  changed();
 }
 
 void ZTIAMAdvertisementStats::handleDismiss() {
   std::lock_guard lock(fieldsMutex());
   ++numberOfDismisses_;
   mostRecentDismissDate_ = Clock::currentDate();
+  changed();
 }
 
 void ZTIAMAdvertisementStats::handlePostpone() {
   std::lock_guard lock(fieldsMutex());
   ++numberOfPostpones_;
   mostRecentPostponeDate_ = Clock::currentDate();
+  changed();
 }
 
 void ZTIAMAdvertisementStats::handleTriggerFired(const AdvertisementTriggerType& trigger) {
@@ -130,8 +138,19 @@ std::shared_ptr<ZTIAMAdvertisementTriggerStats> ZTIAMAdvertisementStats::getTrig
     const std::string& triggerId) {
   std::lock_guard lock(fieldsMutex());
   auto& record = triggerStats_[triggerId];
-  if (!record) record = std::make_shared<ZTIAMAdvertisementTriggerStats>();
+  if (!record) {
+    record = std::make_shared<ZTIAMAdvertisementTriggerStats>();
+    record->setOwnerChanges(changes_);
+    changed();
+  }
   return record;
+}
+
+void ZTIAMAdvertisementStats::fieldsDidChange() {
+  for (const auto& [id, record] : triggerStats_) {
+    if (record) record->setOwnerChanges(changes_);
+  }
+  changed();
 }
 
 void ZTIAMAdvertisementStats::encodeWithCoder(KeyedArchiver& coder) const { automatedEncodeWithEncoder(coder); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <map>
 #include <memory>
@@ -56,6 +57,10 @@ class ZTIAMAdvertisementStats final : public LegacyReflectable, public Archivabl
   // The record under the id, made and stored if there is none.
   std::shared_ptr<ZTIAMAdvertisementTriggerStats> getTriggerStatsWithTriggerId(const std::string& triggerId);
 
+  // Grows with every change of the archive form, its trigger records' included, so that a save
+  // re-encodes only what changed.
+  std::uint64_t changeCount() const { return changes_->load(std::memory_order_acquire); }
+
   static const LegacyClass& legacyClass();
   const LegacyClass& legacyReflectedClass() const override { return legacyClass(); }
   std::string_view archiveClassName() const override { return kArchiveClassName; }
@@ -66,6 +71,10 @@ class ZTIAMAdvertisementStats final : public LegacyReflectable, public Archivabl
  private:
   struct Undated {};
   explicit ZTIAMAdvertisementStats(Undated) {}
+
+  // Links decoded trigger records to this record's change count.
+  void fieldsDidChange() override;
+  void changed() { changes_->fetch_add(1, std::memory_order_release); }
 
   // Guarded by fieldsMutex().
   TriggerStatsMap triggerStats_;
@@ -79,6 +88,8 @@ class ZTIAMAdvertisementStats final : public LegacyReflectable, public Archivabl
   std::optional<Date> mostRecentClickDate_;
   std::optional<Date> mostRecentDismissDate_;
   std::optional<Date> mostRecentPostponeDate_;
+  // Raised after each change, under fieldsMutex(); shared with the trigger records held.
+  const std::shared_ptr<std::atomic<std::uint64_t>> changes_ = std::make_shared<std::atomic<std::uint64_t>>(0);
 };
 
 // What hosts and delegates see of an advertisement record.

@@ -1,6 +1,9 @@
 #include "iam/stats/ZTIAMAdvertisementTriggerStats.h"
 
+#include <utility>
+
 #include "iam/platform/Clock.h"
+#include "iam/stats/internal/LegacyBox.h"
 
 namespace iam {
 
@@ -34,6 +37,16 @@ void ZTIAMAdvertisementTriggerStats::incrementCount() {
   std::lock_guard lock(fieldsMutex());
   ++count_;
   mostRecentOccurrence_ = Clock::currentDate();
+  fieldsDidChange();
+}
+
+void ZTIAMAdvertisementTriggerStats::setOwnerChanges(std::shared_ptr<std::atomic<std::uint64_t>> changes) {
+  std::lock_guard lock(fieldsMutex());
+  ownerChanges_ = std::move(changes);
+}
+
+void ZTIAMAdvertisementTriggerStats::fieldsDidChange() {
+  if (ownerChanges_) ownerChanges_->fetch_add(1, std::memory_order_release);
 }
 
 void ZTIAMAdvertisementTriggerStats::encodeWithCoder(KeyedArchiver& coder) const { automatedEncodeWithEncoder(coder); }

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -41,6 +42,13 @@ class ZTIAMAdvertisementTriggerStats final : public LegacyReflectable, public Ar
   std::optional<std::string> triggerId_;
   std::int64_t count_ = 0;
   std::optional<Date> mostRecentOccurrence_;
+  // The change count of the advertisement record that holds this one (its archive form includes
+  // this record's); none while no record holds it.
+  std::shared_ptr<std::atomic<std::uint64_t>> ownerChanges_;
+
+  friend class ZTIAMAdvertisementStats;
+  void setOwnerChanges(std::shared_ptr<std::atomic<std::uint64_t>> changes);
+  void fieldsDidChange() override;
 };
 
 // What hosts and delegates see of a trigger record.

@@ -3,6 +3,7 @@
 #include <utility>
 
 #include "iam/platform/Clock.h"
+#include "iam/stats/internal/LegacyBox.h"
 
 namespace iam {
 
@@ -25,6 +26,7 @@ std::string ZTIAMAppEventStats::eventKey() const {
 void ZTIAMAppEventStats::setEventKey(std::string eventKey) {
   std::lock_guard lock(fieldsMutex());
   eventKey_ = std::move(eventKey);
+  fieldsDidChange();
 }
 
 std::int64_t ZTIAMAppEventStats::count() const {
@@ -41,6 +43,7 @@ void ZTIAMAppEventStats::incrementCount() {
   std::lock_guard lock(fieldsMutex());
   ++count_;
   mostRecentOccurrence_ = Clock::currentDate();
+  fieldsDidChange();
 }
 
 void ZTIAMAppEventStats::encodeWithCoder(KeyedArchiver& coder) const { automatedEncodeWithEncoder(coder); }

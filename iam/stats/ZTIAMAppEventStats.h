@@ -1,5 +1,6 @@
 #pragma once
 
+#include <atomic>
 #include <cstdint>
 #include <memory>
 #include <optional>
@@ -30,6 +31,9 @@ class ZTIAMAppEventStats final : public LegacyReflectable, public Archivable {
   // Count + 1, most recent occurrence = now.
   void incrementCount();
 
+  // Grows with every change of the archive form, so that a save re-encodes only what changed.
+  std::uint64_t changeCount() const { return changes_.load(std::memory_order_acquire); }
+
   static const LegacyClass& legacyClass();
   const LegacyClass& legacyReflectedClass() const override { return legacyClass(); }
   std::string_view archiveClassName() const override { return kArchiveClassName; }
@@ -41,6 +45,10 @@ class ZTIAMAppEventStats final : public LegacyReflectable, public Archivable {
   std::string eventKey_;
   std::int64_t count_ = 0;
   std::optional<Date> mostRecentOccurrence_;
+  // Raised after each change, under fieldsMutex().
+  std::atomic<std::uint64_t> changes_{0};
+
+  void fieldsDidChange() override { changes_.fetch_add(1, std::memory_order_release); }
 };
 
 // What hosts and delegates see of an app event record.

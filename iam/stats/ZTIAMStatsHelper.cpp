@@ -7,6 +7,7 @@
 #include "iam/platform/InfoLogSwitch.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/ZTSettings.h"
+#include "iam/stats/internal/StatsMapArchiver.h"
 
 namespace iam {
 namespace {
@@ -28,24 +29,28 @@ typename Map::mapped_type getOrCreate(std::mutex& mutex, std::shared_ptr<const M
 
 // Takes the current map under the store's lock and writes it outside: the lock is held for a
 // pointer copy, not for the encoding or the disk. Records are read under their own locks.
-template <class Map>
-void saveCurrent(std::mutex& mutex, const std::shared_ptr<const Map>& map, std::string_view key, Data& storage) {
+template <class Map, class Record>
+void saveCurrent(std::mutex& mutex, const std::shared_ptr<const Map>& map, std::string_view key,
+                 StatsMapArchiver<Record>& archiver) {
   std::shared_ptr<const Map> current;
   {
     std::lock_guard lock(mutex);
     current = map;
   }
-  KeyedArchiver archiver(std::move(storage));
-  archiver.writeObjectMap(*current);
-  storage = archiver.takeData();
-  ZTSettings::saveArchivedData(storage, key);
+  ZTSettings::saveArchivedData(archiver.archive(*current), key);
 }
 
 }  // namespace
 
+struct ZTIAMStatsHelper::SaveState {
+  StatsMapArchiver<ZTIAMAdvertisementStats> advertisementStats;
+  StatsMapArchiver<ZTIAMAppEventStats> globalAppEventStats;
+};
+
 ZTIAMStatsHelper::ZTIAMStatsHelper()
     : advertisementStats_(std::make_shared<const AdvertisementStatsMap>()),
       globalAppEventStats_(std::make_shared<const AppEventStatsMap>()),
+      saveState_(std::make_unique<SaveState>()),
       queue_(std::make_unique<LegacyZTBackgroundQueue>(std::string(kQueueUniqueId))) {
   queue_->setMaxConcurrentCount(1);
   loadAdvertisementStats();
@@ -143,12 +148,14 @@ void ZTIAMStatsHelper::loadGlobalAppEventStats() {
 
 void ZTIAMStatsHelper::saveAdvertisementStats() {
   queue_->performNoResultOnBackground(
-      [this] { saveCurrent(mutex_, advertisementStats_, kAdvertisementStatsKey, saveStorage_); }, nullptr);
+      [this] { saveCurrent(mutex_, advertisementStats_, kAdvertisementStatsKey, saveState_->advertisementStats); },
+      nullptr);
 }
 
 void ZTIAMStatsHelper::saveGlobalAppEventStats() {
   queue_->performNoResultOnBackground(
-      [this] { saveCurrent(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey, saveStorage_); }, nullptr);
+      [this] { saveCurrent(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey, saveState_->globalAppEventStats); },
+      nullptr);
 }
 
 ZTIAMStatsHelper::AdvertisementStatsMap ZTIAMStatsHelper::advertisementStats() const {

@@ -22,7 +22,9 @@ namespace iam {
 // in memory when its call returns; the call then queues a save of the whole map on the store's
 // own serial queue ("ZTIAMStatsHelper") and does not wait for the disk. Each save reads the map
 // as it stands when the save runs; saves run one at a time, in the order they were queued. Look-ups
-// add records without saving; the next save of their map persists them.
+// add records without saving; the next save of their map persists them. A save encodes only the
+// records that changed since the previous one and copies the others' bytes; what it writes is the
+// same as encoding the whole map.
 //
 // Destruction waits for the saves already queued, so nothing counted is lost.
 class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
@@ -82,9 +84,10 @@ class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
   mutable std::mutex mutex_;
   std::shared_ptr<const AdvertisementStatsMap> advertisementStats_;  // guarded by mutex_
   std::shared_ptr<const AppEventStatsMap> globalAppEventStats_;      // guarded by mutex_
-  // The previous archive's memory, reused by the next save; touched only by save tasks, which run
-  // one at a time. Large maps then cost no fresh memory (and page faults) per save.
-  Data saveStorage_;
+  // What the previous saves encoded, so that the next one encodes only the records that changed;
+  // touched only by save tasks, which run one at a time.
+  struct SaveState;
+  const std::unique_ptr<SaveState> saveState_;
   // Constant after construction. Its tasks use `this`; the destructor drains it first.
   const std::unique_ptr<LegacyZTBackgroundQueue> queue_;
 };

@@ -3,65 +3,28 @@
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <functional>
 #include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "iam/ArchivableClasses.h"
-#include "iam/platform/Clock.h"
-#include "iam/platform/InfoLogSwitch.h"
 #include "iam/platform/KeyedArchiver.h"
 #include "iam/platform/KeyedUnarchiver.h"
-#include "iam/platform/LogBridge.h"
-#include "iam/platform/PreferencesStore.h"
-#include "iam/platform/InMemoryPreferencesStore.h"
-#include "testing/CapturingLogSink.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam::testing {
 
-inline constexpr const char* kReflectionLogFile =
-    "InAppMarketing/source/Logic/Stats/Legacy/NSObject/NSObject+LegacyReflection";
-
-// A manual clock, an empty in-memory preferences store and a log capture, info logging off; all
-// restored afterwards.
+// The test environment (manual clock, in-memory preferences, log capture) comes first, so that it
+// outlives everything the test makes.
 class StatsTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    clock = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(1'600'000'000.25));
-    Clock::setCurrent(clock);
-    store = std::make_shared<InMemoryPreferencesStore>();
-    PreferencesStore::setStandard(store);
-    InfoLogSwitch::setLogInfoEnabled(false);
-    log = std::make_unique<CapturingLogSink>();
-  }
-  void TearDown() override {
-    log.reset();
-    InfoLogSwitch::setLogInfoEnabled(false);
-    PreferencesStore::setStandard(nullptr);
-    Clock::setCurrent(nullptr);
-  }
+  std::vector<std::string> warnings() { return env.log().messages(LogLevel::Warning); }
+  ManualClock& clock() { return env.clock(); }
 
-  std::vector<std::string> warnings() const { return log->messages(LogLevel::Warning); }
-
-  std::shared_ptr<ManualClock> clock;
-  std::shared_ptr<InMemoryPreferencesStore> store;
-  std::unique_ptr<CapturingLogSink> log;
+  TestEnvironment env;
 };
-
-// The keys a record writes for itself, sorted.
-inline std::vector<std::string> archivedKeys(const Archivable& record) {
-  KeyedArchiver archiver;
-  archiver.beginMap();
-  record.encodeWithCoder(archiver);
-  archiver.endMap();
-  const Data data = archiver.takeData();
-  std::vector<std::string> keys;
-  KeyedUnarchiver::withArchive(data, [&](const ArchiveValue& root) {
-    for (std::size_t i = 0; i < root.size(); ++i) keys.emplace_back(root.keyAt(i));
-  });
-  std::sort(keys.begin(), keys.end());
-  return keys;
-}
 
 inline Data archive(const Archivable& record) { return KeyedArchiver::archivedDataWithRootObject(record); }
 
@@ -70,12 +33,25 @@ std::shared_ptr<T> unarchive(const Data& data) {
   return KeyedUnarchiver::unarchivedObjectOfClass<T>(data);
 }
 
-// Writes what `body` writes under the class name of T: an archive as an older writer made it.
+// The keys a record writes for itself, sorted.
+inline std::vector<std::string> archivedKeys(const Archivable& record) {
+  KeyedArchiver archiver;
+  archiver.beginMap();
+  record.encodeWithCoder(archiver);
+  archiver.endMap();
+  std::vector<std::string> keys;
+  KeyedUnarchiver::withArchive(archiver.takeData(), [&](const ArchiveValue& root) {
+    for (std::size_t i = 0; i < root.size(); ++i) keys.emplace_back(root.keyAt(i));
+  });
+  std::sort(keys.begin(), keys.end());
+  return keys;
+}
+
+// Writes what `body` writes under the class name of T: an archive as another writer made it.
 template <class T>
 class ScriptedArchive final : public Archivable {
  public:
-  template <class F>
-  explicit ScriptedArchive(F body) : body_(std::move(body)) {}
+  explicit ScriptedArchive(std::function<void(KeyedArchiver&)> body) : body_(std::move(body)) {}
   std::string_view archiveClassName() const override { return T::kArchiveClassName; }
   void encodeWithCoder(KeyedArchiver& coder) const override { body_(coder); }
 
@@ -83,8 +59,8 @@ class ScriptedArchive final : public Archivable {
   std::function<void(KeyedArchiver&)> body_;
 };
 
-template <class T, class F>
-std::shared_ptr<T> decodeScripted(F body) {
+template <class T>
+std::shared_ptr<T> decodeScripted(std::function<void(KeyedArchiver&)> body) {
   return unarchive<T>(archive(ScriptedArchive<T>(std::move(body))));
 }
 
