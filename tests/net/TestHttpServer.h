@@ -66,6 +66,10 @@ class TestHttpServer {
     std::lock_guard lock(mutex_);
     return received_;
   }
+  std::size_t receivedCount() const {
+    std::lock_guard lock(mutex_);
+    return received_.size();
+  }
 
  private:
   Handler handler_;

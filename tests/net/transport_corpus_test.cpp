@@ -10,6 +10,7 @@
 #include "iam/net/OspreyWebService.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/net/internal/ZTCancelledFlag.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam {
 namespace {
@@ -29,7 +30,12 @@ std::size_t countValues(const simdjson::dom::element& element) {
 
 // Every file of the JSON test suite served as an answer: the transport never crashes or hangs, takes
 // what must be accepted when it is an object, and refuses what must be refused.
-TEST(TransportCorpusTest, EveryCorpusFileEndsInAResultOfTheRightKind) {
+class TransportCorpusTest : public ::testing::Test {
+ protected:
+  testing::TestEnvironment env;
+};
+
+TEST_F(TransportCorpusTest, EveryCorpusFileEndsInAResultOfTheRightKind) {
   const std::filesystem::path directory = IAM_CORPUS_DIR "/jsontestsuite/test_parsing";
   std::map<std::string, std::string> files;
   for (const auto& entry : std::filesystem::directory_iterator(directory)) {
@@ -43,10 +49,13 @@ TEST(TransportCorpusTest, EveryCorpusFileEndsInAResultOfTheRightKind) {
   testing::TestHttpServer server([&](const httplib::Request& request, httplib::Response& response) {
     response.set_content(files.at(request.get_header_value("X-File")), "application/json");
   });
-  OspreyWebService service(server.baseUrl());
   std::size_t accepted = 0;
   for (const auto& [name, body] : files) {
-    auto request = service.createRequestFor("corpus", std::nullopt);
+    // The file travels by name in the key header, which the endpoint does not otherwise use.
+    OspreyWebService named(server.baseUrl());
+    named.encryptionDetails().setKeyHeaderName("X-File");
+    named.encryptionDetails().setKey(name);
+    auto request = named.createRequestFor("corpus", std::nullopt);
     std::shared_ptr<ZTOspreyServiceRequestResultInterface> result;
     request->setCompletionHandler([&](const auto& r) { result = r; });
     request->setOspreyProcessReceivedDataHandler(
@@ -54,10 +63,6 @@ TEST(TransportCorpusTest, EveryCorpusFileEndsInAResultOfTheRightKind) {
            const std::shared_ptr<OspreyServiceContentInfo>&, const ZTCancelledFlag&) -> std::any {
           return countValues(json);
         });
-    // The file travels by name in a header, which the endpoint does not otherwise use.
-    OspreyWebService named(server.baseUrl());
-    named.encryptionDetails().setKeyHeaderName("X-File");
-    named.encryptionDetails().setKey(name);
     ASSERT_TRUE(named.execute(request));
     ASSERT_TRUE(RunLoop::main().runUntil([&] { return result != nullptr; }, 10)) << name;
 

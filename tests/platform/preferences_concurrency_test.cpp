@@ -10,6 +10,7 @@
 #include "iam/platform/InMemoryPreferencesStore.h"
 #include "iam/platform/SQLitePreferencesStore.h"
 #include "platform/ScratchDirectory.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam {
 namespace {
@@ -49,17 +50,21 @@ void hammer(PreferencesStore& store) {
   EXPECT_EQ(store.allKeys().size(), kThreads + 1u);
 }
 
-TEST(PreferencesConcurrencyTest, ConcurrentWritesAndReadsLeaveExactValues) {
+class PreferencesConcurrencyTest : public ::testing::Test {
+ protected:
+  testing::TestEnvironment env;
+  testing::ScratchDirectory dir;
+};
+
+TEST_F(PreferencesConcurrencyTest, ConcurrentWritesAndReadsLeaveExactValues) {
   InMemoryPreferencesStore memory;
   hammer(memory);
-  testing::ScratchDirectory dir;
   auto sqlite = SQLitePreferencesStore::open(dir.file("concurrent.sqlite"));
   ASSERT_TRUE(sqlite);
   hammer(*sqlite);
 }
 
-TEST(PreferencesConcurrencyTest, NoLaunchIsLostAndTheStandardStoreSwapsSafely) {
-  testing::ScratchDirectory dir;
+TEST_F(PreferencesConcurrencyTest, NoLaunchIsLostAndTheStandardStoreSwapsSafely) {
   PreferencesStore::setStandard(SQLitePreferencesStore::open(dir.file("runs.sqlite")));
   std::atomic<bool> stop{false};
   std::thread reader([&] {
@@ -88,7 +93,6 @@ TEST(PreferencesConcurrencyTest, NoLaunchIsLostAndTheStandardStoreSwapsSafely) {
   for (int i = 0; i < 50; ++i) PreferencesStore::setStandard(std::make_shared<InMemoryPreferencesStore>());
   done = true;
   user.join();
-  PreferencesStore::setStandard(nullptr);
 }
 
 }  // namespace

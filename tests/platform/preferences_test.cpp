@@ -9,7 +9,7 @@
 #include "iam/platform/ZTSettings.h"
 #include "iam/platform/InMemoryPreferencesStore.h"
 #include "iam/platform/SQLitePreferencesStore.h"
-#include "testing/CapturingLogSink.h"
+#include "testing/TestEnvironment.h"
 #include "platform/ScratchDirectory.h"
 
 namespace iam {
@@ -60,7 +60,7 @@ void checkStoreContract(PreferencesStore& store) {
 
 class PreferencesTest : public ::testing::Test {
  protected:
-  void TearDown() override { PreferencesStore::setStandard(nullptr); }
+  testing::TestEnvironment env;
   ScratchDirectory dir_;
 };
 
@@ -104,7 +104,6 @@ TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALModeAndSharesTheF
 }
 
 TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
-  iam::testing::CapturingLogSink log;
   EXPECT_FALSE(SQLitePreferencesStore::open(dir_.file("no/such/dir/prefs.sqlite")));
   EXPECT_FALSE(SQLitePreferencesStore::open(""));
   const std::string garbage = dir_.file("garbage.sqlite");
@@ -115,7 +114,7 @@ TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
   EXPECT_FALSE(SQLitePreferencesStore::open(garbage));
   EXPECT_FALSE(SQLitePreferencesStore::open(dir_.path().string()));  // a directory
 
-  const auto records = log.records();
+  const auto records = env.log().records();
   ASSERT_EQ(records.size(), 4u);
   for (const auto& r : records) {
     EXPECT_EQ(r.level, LogLevel::Error);
@@ -123,19 +122,6 @@ TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
     EXPECT_EQ(r.function, "open");
     EXPECT_EQ(r.message.rfind("IAM: ", 0), 0u) << r.message;
   }
-}
-
-TEST_F(PreferencesTest, StandardStoreIsInMemoryUntilTheHostSetsOne) {
-  auto initial = PreferencesStore::standard();
-  EXPECT_TRUE(std::dynamic_pointer_cast<InMemoryPreferencesStore>(initial));
-  EXPECT_EQ(PreferencesStore::standard(), initial);
-  auto sqlite = SQLitePreferencesStore::open(dir_.file("standard.sqlite"));
-  PreferencesStore::setStandard(sqlite);
-  EXPECT_EQ(PreferencesStore::standard(), sqlite);
-  PreferencesStore::setStandard(nullptr);
-  auto fresh = PreferencesStore::standard();
-  ASSERT_TRUE(fresh);
-  EXPECT_NE(fresh, sqlite);
 }
 
 TEST_F(PreferencesTest, SettingsStoreRecordsAndMapsAcrossReopen) {
@@ -150,6 +136,8 @@ TEST_F(PreferencesTest, SettingsStoreRecordsAndMapsAcrossReopen) {
   EXPECT_TRUE(ZTSettings::saveDictionaryToPreferences(map, "map"));
 
   PreferencesStore::setStandard(nullptr);  // closes the file
+  EXPECT_TRUE(std::dynamic_pointer_cast<InMemoryPreferencesStore>(PreferencesStore::standard()));
+  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
   PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
 
   auto record = std::dynamic_pointer_cast<Counter>(ZTSettings::getUnarchivedObjectForKey("record"));

@@ -57,17 +57,11 @@ class Journal {
 
 class BackgroundQueueTest : public ::testing::Test {
  protected:
-  void SetUp() override { drainMain(); }  // this thread drives the main loop
-  static void drainMain() { RunLoop::main().runUntilIdle(); }
   testing::TestEnvironment env;
 };
 
 TEST_F(BackgroundQueueTest, OperationsRunInOrderOneAtATimeAndFinishOnTheMainThread) {
   auto queue = LegacyZTBackgroundQueue::backgroundQueueWithUniqueId("ordered");
-  EXPECT_EQ(queue->uniqueId(), "ordered");
-  EXPECT_EQ(queue->maxConcurrentCount(), 1);
-  EXPECT_TRUE(queue->showIntermediateResults());
-
   Journal journal;
   std::atomic<int> running{0}, mostAtOnce{0};
   const auto mainId = std::this_thread::get_id();
@@ -88,7 +82,7 @@ TEST_F(BackgroundQueueTest, OperationsRunInOrderOneAtATimeAndFinishOnTheMainThre
         });
   }
   queue->waitUntilAllOperationsAreFinished();
-  drainMain();  // finished blocks wait for the main loop, so they all come after the work
+  env.settle();  // finished blocks wait for the main loop, so they all come after the work
   EXPECT_EQ(mostAtOnce.load(), 1);
   EXPECT_EQ(journal.entries(), expected);
 }
@@ -126,14 +120,14 @@ TEST_F(BackgroundQueueTest, CancelledOperationsRunNeitherBlockAndACancelDuringWo
   queue.cancelAll();
   release.open();
   queue.waitUntilAllOperationsAreFinished();
-  drainMain();
+  env.settle();
   // The running block is never interrupted, but nothing follows it.
   EXPECT_EQ(journal.entries(), Entries{"running work"});
 
   // The queue keeps working after a cancel.
   queue.performNoResultOnBackground([&] { journal.note("later work"); }, [&] { journal.note("later finished"); });
   queue.waitUntilAllOperationsAreFinished();
-  drainMain();
+  env.settle();
   EXPECT_EQ(journal.entries(), (Entries{"running work", "later work", "later finished"}));
 
   // A cancel after the finished block was posted no longer stops it.
@@ -144,7 +138,7 @@ TEST_F(BackgroundQueueTest, CancelledOperationsRunNeitherBlockAndACancelDuringWo
   plain.waitUntilAllOperationsAreFinished();
   EXPECT_TRUE(operation->isFinished());
   operation->cancel();
-  drainMain();
+  env.settle();
   EXPECT_TRUE(finished.load());
 }
 
@@ -152,7 +146,7 @@ TEST_F(BackgroundQueueTest, SearchesDeliverEveryResultOrOnlyTheNewest) {
   for (bool intermediate : {true, false}) {
     SCOPED_TRACE(intermediate);
     LegacyZTBackgroundQueue queue("search");
-    queue.setShowIntermediateResults(intermediate);
+    if (!intermediate) queue.setShowIntermediateResults(false);  // shown unless switched off
     Journal journal;
     Gate release;
     auto note = [&](std::any r) { journal.note(std::any_cast<std::string>(r)); };
@@ -165,39 +159,34 @@ TEST_F(BackgroundQueueTest, SearchesDeliverEveryResultOrOnlyTheNewest) {
     search("search C");
     release.open();
     queue.waitUntilAllOperationsAreFinished();
-    drainMain();
+    env.settle();
     const Entries expected = intermediate ? Entries{"plain 1", "search A", "search B", "plain 2", "search C"}
                                           : Entries{"plain 1", "plain 2", "search C"};
     EXPECT_EQ(journal.entries(), expected);
   }
 }
 
-TEST_F(BackgroundQueueTest, DestroyingTheQueueCancelsWhatWaitsAndJoins) {
+TEST_F(BackgroundQueueTest, DestroyingTheQueueCancelsWhatWaitsAndWaitsForWhatRuns) {
   Journal journal;
   Gate started;
-  std::atomic<bool> release{false};
-  std::thread opener;
+  std::atomic<bool> destroying{false};
   {
     LegacyZTBackgroundQueue queue("doomed");
     queue.performNoResultOnBackground(
         [&] {
           started.open();
-          release.wait(false);
+          // Still running when the destructor starts, and a little after.
+          for (int i = 0; !destroying && i < 10'000'000; ++i) std::this_thread::yield();
+          for (int i = 0; i < 200; ++i) std::this_thread::yield();
           journal.note("running work");
         },
         [&] { journal.note("running finished"); });
     queue.performNoResultOnBackground([&] { journal.note("waiting work"); }, [&] { journal.note("waiting finished"); });
-    ASSERT_TRUE(started.wait());
-    opener = std::thread([&] {
-      // Pacing, not waiting: the destructor should be under way when the block is let go.
-      std::this_thread::sleep_for(std::chrono::milliseconds(50));
-      release = true;
-      release.notify_all();
-    });
-  }  // cancels, then waits for the running block
-  opener.join();
+    EXPECT_TRUE(started.wait());
+    destroying = true;
+  }
   EXPECT_EQ(journal.entries(), Entries{"running work"});
-  drainMain();
+  env.settle();
   EXPECT_EQ(journal.entries(), Entries{"running work"});
 }
 
@@ -251,7 +240,7 @@ TEST_F(BackgroundQueueTest, AThrowingWorkBlockIsContainedAndSkipsItsFinishedBloc
   queue.performNoResultOnBackground([] { throw std::runtime_error("boom"); }, [&] { finished = true; });
   queue.performNoResultOnBackground([&] { nextRan = true; }, nullptr);
   queue.waitUntilAllOperationsAreFinished();
-  drainMain();
+  env.settle();
   EXPECT_FALSE(finished.load());
   EXPECT_TRUE(nextRan.load());
   EXPECT_TRUE(log.contains("IAM: A background operation threw: boom"));
