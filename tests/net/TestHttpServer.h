@@ -23,7 +23,7 @@ class TestHttpServer {
   // not instrumented, so ThreadSanitizer cannot see how its workers hand data to each other.
   explicit TestHttpServer(Handler handler, std::size_t workers = 8) : handler_(std::move(handler)) {
     server_.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
-    server_.set_keep_alive_timeout(1);
+    server_.set_keep_alive_max_count(1);  // a held connection would block a single worker
     server_.Post(".*", [this](const httplib::Request& request, httplib::Response& response) {
       {
         std::lock_guard lock(mutex_);
