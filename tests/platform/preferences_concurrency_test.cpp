@@ -68,18 +68,11 @@ TEST_F(PreferencesConcurrencyTest, NoLaunchIsLostAndTheStandardStoreSwapsSafely)
   PreferencesStore::setStandard(SQLitePreferencesStore::open(dir.file("runs.sqlite")));
   std::atomic<bool> stop{false};
   std::thread reader([&] {
-    while (!stop) {
-      const auto count = ZTSettings::runCount();
-      ASSERT_GE(count, 0);
-      ASSERT_LE(count, kThreads * 20);
-    }
+    for (std::int64_t count = 0; !stop; count = ZTSettings::runCount()) ASSERT_TRUE(count >= 0 && count <= kThreads * 20);
   });
   std::vector<std::thread> launches;
-  for (int t = 0; t < kThreads; ++t) {
-    launches.emplace_back([] {
-      for (int i = 0; i < 20; ++i) ZTSettings::incrementRunCount();
-    });
-  }
+  for (int t = 0; t < kThreads; ++t)
+    launches.emplace_back([] { for (int i = 0; i < 20; ++i) ZTSettings::incrementRunCount(); });
   for (auto& th : launches) th.join();
   stop = true;
   reader.join();
@@ -87,9 +80,7 @@ TEST_F(PreferencesConcurrencyTest, NoLaunchIsLostAndTheStandardStoreSwapsSafely)
 
   // Swapping the store while others use it: each user keeps the store it got alive.
   std::atomic<bool> done{false};
-  std::thread user([&] {
-    while (!done) PreferencesStore::standard()->setData(std::vector<std::uint8_t>{1}, "k");
-  });
+  std::thread user([&] { while (!done) PreferencesStore::standard()->setData(std::vector<std::uint8_t>{1}, "k"); });
   for (int i = 0; i < 50; ++i) PreferencesStore::setStandard(std::make_shared<InMemoryPreferencesStore>());
   done = true;
   user.join();

@@ -83,14 +83,9 @@ TEST_F(RunLoopTest, RepeatingTimerFiresAtEachIntervalAndCollapsesMissedFires) {
 TEST_F(RunLoopTest, InvalidatedTimersStopFromOutsideFromTheirOwnBlockAndFromAnotherTimer) {
   int outside = 0, self = 0, victim = 0, laterVictim = 0;
   auto outsideTimer = schedule(1, true, [&](Timer&) { ++outside; });
-  schedule(1, true, [&](Timer& t) {
-    if (++self == 2) t.invalidate();
-  });
+  schedule(1, true, [&](Timer& t) { if (++self == 2) t.invalidate(); });
   std::shared_ptr<Timer> victimTimer, laterTimer;
-  schedule(3, false, [&](Timer&) {
-    victimTimer->invalidate();
-    laterTimer->invalidate();
-  });
+  schedule(3, false, [&](Timer&) { victimTimer->invalidate(), laterTimer->invalidate(); });
   victimTimer = schedule(3, false, [&](Timer&) { ++victim; });  // same due time, scheduled later
   laterTimer = schedule(4, true, [&](Timer&) { ++laterVictim; });
 
@@ -98,10 +93,7 @@ TEST_F(RunLoopTest, InvalidatedTimersStopFromOutsideFromTheirOwnBlockAndFromAnot
   EXPECT_EQ(outside, 2);
   outsideTimer->invalidate();
   RunLoop::main().runFor(20);
-  EXPECT_EQ(outside, 2);
-  EXPECT_EQ(self, 2);
-  EXPECT_EQ(victim, 0);
-  EXPECT_EQ(laterVictim, 0);
+  EXPECT_EQ((std::vector<int>{outside, self, victim, laterVictim}), (std::vector<int>{2, 2, 0, 0}));
   EXPECT_FALSE(victimTimer->isValid());
   EXPECT_FALSE(RunLoop::main().nextTimerFireDate().has_value());
 }
@@ -131,10 +123,7 @@ TEST_F(RunLoopTest, PostedTasksRunInOrderAndThrowingTasksOrTimersAreLoggedWhileT
   std::vector<int> order;
   auto& loop = RunLoop::main();
   loop.post([&] { order.push_back(1); });
-  loop.post([&] {
-    order.push_back(2);
-    loop.post([&] { order.push_back(4); });
-  });
+  loop.post([&] { order.push_back(2), loop.post([&] { order.push_back(4); }); });
   loop.post([] { throw std::runtime_error("boom"); });
   loop.post([&] { order.push_back(3); });
   EXPECT_EQ(loop.runUntilIdle(), 5u);
@@ -142,10 +131,7 @@ TEST_F(RunLoopTest, PostedTasksRunInOrderAndThrowingTasksOrTimersAreLoggedWhileT
   EXPECT_EQ(loop.runUntilIdle(), 0u);
 
   int fires = 0;
-  schedule(1, true, [&](Timer&) {
-    ++fires;
-    throw 42;
-  });
+  schedule(1, true, [&](Timer&) { throw ++fires; });
   loop.runFor(2);
   EXPECT_EQ(fires, 2);  // a throwing repeating timer is still rescheduled
   const auto errors = log.messages(LogLevel::Error);
