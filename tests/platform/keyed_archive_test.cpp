@@ -18,20 +18,13 @@ struct Leaf : Archivable {
   static constexpr std::string_view kArchiveClassName = "TestLeaf";
   std::int64_t id = 0;
   std::string name;
-
-  Leaf() = default;
   Leaf(std::int64_t i, std::string n) : id(i), name(std::move(n)) {}
-
   std::string_view archiveClassName() const override { return kArchiveClassName; }
-  void encodeWithCoder(KeyedArchiver& coder) const override {
-    coder.encodeInteger(id, "id");
-    coder.encodeString(name, "name");
-  }
-  static std::shared_ptr<Leaf> initWithCoder(const KeyedUnarchiver& coder) {
-    auto id = coder.decodeIntegerNumberForKey("id");
-    auto name = coder.decodeStringForKey("name");
-    if (!id || !name) return nullptr;
-    return std::make_shared<Leaf>(*id, *name);
+  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeInteger(id, "id"), c.encodeString(name, "name"); }
+  static std::shared_ptr<Leaf> initWithCoder(const KeyedUnarchiver& c) {
+    auto id = c.decodeIntegerNumberForKey("id");
+    auto name = c.decodeStringForKey("name");
+    return id && name ? std::make_shared<Leaf>(*id, *name) : nullptr;
   }
 };
 IAM_REGISTER_ARCHIVABLE(Leaf);
@@ -185,12 +178,7 @@ Data packed(F&& write) {
 // [ext(1, className), body] as the archiver tags an object, with the body written by `body`.
 template <class F>
 Data taggedObject(std::int8_t tag, F&& body) {
-  return packed([&](auto& p) {
-    p.pack_array(2);
-    p.pack_ext(8, tag);
-    p.pack_ext_body("TestLeaf", 8);
-    body(p);
-  });
+  return packed([&](auto& p) { body(p.pack_array(2).pack_ext(8, tag).pack_ext_body("TestLeaf", 8)); });
 }
 
 TEST(KeyedArchiveTest, EveryValueKindRoundTripsTypedAndThroughTheRegistry) {
@@ -297,13 +285,7 @@ TEST(KeyedArchiveTest, ObjectNestingIsBoundedAndUnbalancedRecordsStillWriteReada
               std::min(chain, static_cast<int>(kMaximumArchiveObjectDepth)));
   }
   auto deep = packed([](auto& p) {  // deeper than any archiver writes
-    for (int i = 0; i < 100; ++i) {
-      p.pack_array(2);
-      p.pack_ext(8, 1);
-      p.pack_ext_body("TestNode", 8);
-      p.pack_map(1);
-      p.pack("next");
-    }
+    for (int i = 0; i < 100; ++i) p.pack_array(2).pack_ext(8, 1).pack_ext_body("TestNode", 8).pack_map(1).pack("next");
     p.pack_nil();
   });
   EXPECT_EQ(length(KeyedUnarchiver::unarchivedObjectOfClass<Node>(deep)), kMaximumArchiveObjectDepth);
@@ -364,13 +346,7 @@ TEST(KeyedArchiveTest, HostileMessagePackIsRefused) {
   for (int i = 0; i < 50000; ++i) deepMaps.insert(deepMaps.end(), {0x81, 0xa1, 'k'});
   deepMaps.push_back(0xc0);
   deepArrays.push_back(0xc0);
-  const auto intKey = taggedObject(1, [](auto& p) {
-    p.pack_map(2);
-    p.pack("name");
-    p.pack("x");
-    p.pack(1);
-    p.pack(2);
-  });
+  const auto intKey = taggedObject(1, [](auto& p) { p.pack_map(2).pack("name").pack("x").pack(1).pack(2); });
   const std::vector<Data> unreadable = {
       {},
       {0xdd, 0xff, 0xff, 0xff, 0xff, 0xc0, 0xc0},  // sizes far beyond the bytes: array, map, str, bin, ext
@@ -391,11 +367,7 @@ TEST(KeyedArchiveTest, HostileMessagePackIsRefused) {
   EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectFromData(plainInteger));
   const std::vector<Data> notLeaves = {
       taggedObject(2, [](auto& p) { p.pack_map(0); }), taggedObject(1, [](auto& p) { p.pack_array(0); }),
-      packed([](auto& p) {
-        p.pack_array(2);
-        p.pack("TestLeaf");
-        p.pack_map(0);
-      })};
+      packed([](auto& p) { p.pack_array(2).pack("TestLeaf").pack_map(0); })};
   for (const Data& d : notLeaves) {
     EXPECT_TRUE(readable(d));
     EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Leaf>(d));
@@ -403,13 +375,9 @@ TEST(KeyedArchiveTest, HostileMessagePackIsRefused) {
 
   // Malformed timestamps: wrong size, nanoseconds out of range, seconds beyond what a Date holds.
   const auto badDates = packed([](auto& p) {
-    p.pack_array(3);
-    p.pack_ext(5, -1);
-    p.pack_ext_body("\0\0\0\0\0", 5);
-    p.pack_ext(12, -1);
-    p.pack_ext_body("\x3b\x9a\xca\x00\0\0\0\0\0\0\0\0", 12);  // 1e9 ns
-    p.pack_ext(12, -1);
-    p.pack_ext_body("\0\0\0\0\x7f\xff\xff\xff\xff\xff\xff\xff", 12);
+    p.pack_array(3).pack_ext(5, -1).pack_ext_body("\0\0\0\0\0", 5);
+    p.pack_ext(12, -1).pack_ext_body("\x3b\x9a\xca\x00\0\0\0\0\0\0\0\0", 12);  // 1e9 ns
+    p.pack_ext(12, -1).pack_ext_body("\0\0\0\0\x7f\xff\xff\xff\xff\xff\xff\xff", 12);
   });
   EXPECT_TRUE(KeyedUnarchiver::withArchive(badDates, [](const ArchiveValue& root) {
     for (std::size_t i = 0; i < 3; ++i) {
