@@ -293,20 +293,13 @@ TEST(KeyedArchiveTest, ObjectNestingIsBoundedAndUnbalancedRecordsStillWriteReada
   struct Sloppy : Archivable {
     std::string_view archiveClassName() const override { return "TestSloppy"; }
     void encodeWithCoder(KeyedArchiver& c) const override {
-      c.endMap();  // would close its own map
-      c.endArray();
+      c.endMap(), c.endArray();  // would close its own map and what holds it
       c.encodeInteger(5, "five");
-      c.writeKey("open");
-      c.beginArray();  // never closed
-      c.writeInteger(1);
+      c.writeKey("open"), c.beginArray(), c.writeInteger(1);  // never closed
     }
-  };
-  const Sloppy sloppy;
+  } sloppy;
   KeyedArchiver a;
-  a.beginArray();
-  a.writeObject(&sloppy);
-  a.writeInteger(9);
-  a.endArray();
+  a.beginArray(), a.writeObject(&sloppy), a.writeInteger(9), a.endArray();
   ASSERT_TRUE(KeyedUnarchiver::withArchive(a.takeData(), [](const ArchiveValue& root) {
     ASSERT_EQ(root.size(), 2u);
     EXPECT_EQ(root.at(0).objectCoder().decodeIntegerForKey("five"), 5);

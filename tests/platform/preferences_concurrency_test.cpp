@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -34,10 +35,9 @@ void hammer(PreferencesStore& store) {
         ASSERT_TRUE(store.setData(valueFor(t, r), "own" + std::to_string(t)));
         ASSERT_TRUE(store.setData(valueFor(t, r), "shared"));
         if (auto seen = store.dataForKey("shared")) {
+          int writer = -1, round = -1;
           const std::string s(seen->begin(), seen->end());
-          const auto hashes = s.find('#') == std::string::npos ? 0 : s.size() - s.find('#');
-          const int round = std::stoi(s.substr(s.find('r') + 1));
-          if (static_cast<int>(hashes) != round % 40) ++tornReads;
+          if (std::sscanf(s.c_str(), "t%dr%d", &writer, &round) != 2 || *seen != valueFor(writer, round)) ++tornReads;
         }
         if (r % 10 == 0) (void)store.allKeys();
         if (r % 25 == 0) store.removeObjectForKey("scratch" + std::to_string(t));
