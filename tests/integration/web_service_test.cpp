@@ -7,11 +7,11 @@
 #include <fstream>
 
 #include "iam/net/OspreyWebService.h"
-#include "iam/platform/Clock.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/service/AdvertisementsRequestResponse.h"
 #include "iam/service/IAMWebService.h"
 #include "iam/service/NativeQualityNetworkResponse.h"
+#include "testing/TestEnvironment.h"
 #include "tools/refservice/ReferenceMarketingService.h"
 
 namespace iam {
@@ -47,17 +47,12 @@ json qualityNetworkAnswer() {
 }
 
 bool nothingLeftRunning() {
-  return RunLoop::main().runUntil(
-      [] {
-        return OspreyWebService::runningRequestCountForTesting() == 0;
-      },
-      5);
+  return RunLoop::main().runUntil([] { return OspreyWebService::runningRequestCountForTesting() == 0; }, 5);
 }
 
 class WebServiceTest : public ::testing::Test {
  protected:
   void SetUp() override {
-    Clock::setCurrent(clock_);
     service_.setAnswer(ReferenceMarketingService::kAdvertisementsMethod, advertisementsAnswer({"b", "a"}).dump());
     service_.setAnswer(ReferenceMarketingService::kNativeQualityNetworkMethod, qualityNetworkAnswer().dump());
     ASSERT_TRUE(service_.start());
@@ -66,7 +61,6 @@ class WebServiceTest : public ::testing::Test {
   void TearDown() override {
     service_.stop();
     EXPECT_TRUE(nothingLeftRunning());
-    Clock::setCurrent(nullptr);
     IAMWebService::setDefaultBaseUrl(std::nullopt);
   }
 
@@ -78,22 +72,19 @@ class WebServiceTest : public ::testing::Test {
     IAMWebService client(baseUrl.value_or(service_.baseUrl()));
     Result result;
     int calls = 0;
-    auto completion = [&](const Result& r) {
-      result = r;
-      ++calls;
-    };
+    auto completion = [&](const Result& r) { result = r, ++calls; };
     auto ticket = which == Call::Advertisements ? client.getAdvertisementsWithParameters(parameters, completion)
                                                 : client.getNativeQualityNetworkWithParameters(parameters, completion);
     EXPECT_TRUE(ticket);
     if (!ticket) return nullptr;
     EXPECT_TRUE(RunLoop::main().runUntil([&] { return calls > 0; }, bound));
-    RunLoop::main().runUntilIdle();
+    env.settle();
     EXPECT_EQ(calls, 1);
     EXPECT_TRUE(ticket->isFinished());
     return result;
   }
 
-  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(1'700'000'000));
+  testing::TestEnvironment env{dateWithTimeIntervalSince1970(1'700'000'000)};
   ReferenceMarketingService service_;
 };
 
@@ -101,7 +92,6 @@ TEST_F(WebServiceTest, BothCallsArriveAsParsedResponsesWithTagAndContentInfo) {
   auto result = call(Call::Advertisements);
   ASSERT_TRUE(result);
   EXPECT_FALSE(result->failed());
-  EXPECT_FALSE(result->contentIsNotModified());
   auto response = result->dataAs<AdvertisementsRequestResponse>();
   ASSERT_TRUE(response);
   const auto ads = response->advertisements();
@@ -111,8 +101,7 @@ TEST_F(WebServiceTest, BothCallsArriveAsParsedResponsesWithTagAndContentInfo) {
   EXPECT_EQ(response->appConfig()->minimumPopupImpressionTimeInterval(), 90);
   EXPECT_EQ(response->etag(), service_.entityTagFor(ReferenceMarketingService::kAdvertisementsMethod));
   ASSERT_TRUE(response->contentInfo());
-  EXPECT_EQ(response->contentInfo(), result->contentInfo());
-  EXPECT_EQ(response->contentInfo()->localCreatedAt(), clock_->now());
+  EXPECT_EQ(response->contentInfo()->localCreatedAt(), env.clock().now());
 
   IAMWebServiceParameters bought;
   bought.setHasBoughtAdFreeUpgrade(true);
@@ -125,15 +114,12 @@ TEST_F(WebServiceTest, BothCallsArriveAsParsedResponsesWithTagAndContentInfo) {
   EXPECT_EQ(apps[0]->rankedAppId(), "r1");
   EXPECT_EQ(apps[1]->rankedAppId(), "r2");
   EXPECT_EQ(network->etag(), service_.entityTagFor(ReferenceMarketingService::kNativeQualityNetworkMethod));
-  EXPECT_EQ(result->dataAs<AdvertisementsRequestResponse>(), nullptr);
 
   const auto requests = service_.requests();
   ASSERT_EQ(requests.size(), 2u);
   EXPECT_EQ(requests[0].path, "/v1/advertisements");
   EXPECT_EQ(requests[0].body, R"({"boughtAdFree":false})");
   EXPECT_EQ(requests[0].serviceKey, std::string(IAMWebService::kServiceKey));
-  EXPECT_EQ(requests[0].contentType, "application/json");
-  EXPECT_EQ(requests[0].ifNoneMatch, std::nullopt);
   EXPECT_EQ(requests[1].path, "/v1/nativeQualityNetwork");
   EXPECT_EQ(requests[1].body, R"({"boughtAdFree":true})");
 }
@@ -144,15 +130,14 @@ TEST_F(WebServiceTest, ASecondCallWithTheTagIsNotModifiedUntilTheCampaignChanges
   const auto tag = first->dataAs<AdvertisementsRequestResponse>()->etag();
   ASSERT_TRUE(tag);
 
-  clock_->advance(3600);
+  env.clock().advance(3600);
   IAMWebServiceParameters parameters;
   parameters.setEtag(tag);
   auto second = call(Call::Advertisements, parameters);
   ASSERT_TRUE(second && second->contentInfo());
   EXPECT_TRUE(second->contentIsNotModified());
   EXPECT_FALSE(second->failed());
-  EXPECT_NE(second->contentInfo(), first->contentInfo());
-  EXPECT_EQ(second->contentInfo()->localCreatedAt(), clock_->now());
+  EXPECT_EQ(second->contentInfo()->localCreatedAt(), env.clock().now());
   EXPECT_EQ(service_.lastRequest()->ifNoneMatch, tag);
   EXPECT_EQ(service_.lastRequest()->body, R"({"boughtAdFree":false})");  // the tag stays out of the body
 
@@ -166,29 +151,16 @@ TEST_F(WebServiceTest, ASecondCallWithTheTagIsNotModifiedUntilTheCampaignChanges
   EXPECT_NE(response->etag(), tag);
 }
 
-TEST_F(WebServiceTest, EveryKindOfFailureGivesAFailedResultAndLeavesNothingRunning) {
-  ReferenceMarketingService::Options otherKey;
-  otherKey.serviceKey = "another-key-entirely";
-  ReferenceMarketingService strict(otherKey);
-  strict.setAnswer(ReferenceMarketingService::kAdvertisementsMethod, advertisementsAnswer({"a"}).dump());
-  ASSERT_TRUE(strict.start());
-  auto result = call(Call::Advertisements, {}, strict.baseUrl());
-  ASSERT_TRUE(result);
-  EXPECT_TRUE(result->failed());
-  EXPECT_EQ(result->error(), "the service refused the request's key (HTTP status 401)");
-  EXPECT_EQ(strict.lastRequest()->answeredStatus, 401);
-  EXPECT_TRUE(nothingLeftRunning());
-
+TEST_F(WebServiceTest, FailuresOfEitherCallGiveAFailedResultAndLeaveNothingRunning) {
+  // The client's own size limit stops an endless answer.
   const std::vector<std::pair<std::function<void()>, std::string>> faults = {
       {[&] { service_.failWithStatus(500); }, "the service answered with HTTP status 500"},
-      {[&] { service_.answerArray(); }, "the service's answer is not a JSON object"},
-      {[&] { service_.answerGarbage(); }, "the service's answer is not valid JSON"},
       {[&] { service_.answerOversized(5 * 1024 * 1024); }, "the service's answer is larger than the limit of"},
   };
   for (const auto& [fault, error] : faults) {
     fault();
     for (Call which : {Call::Advertisements, Call::NativeQualityNetwork}) {
-      result = call(which);
+      auto result = call(which);
       ASSERT_TRUE(result && result->error());
       EXPECT_TRUE(result->failed());
       EXPECT_TRUE(result->error()->starts_with(error)) << *result->error();
@@ -197,12 +169,11 @@ TEST_F(WebServiceTest, EveryKindOfFailureGivesAFailedResultAndLeavesNothingRunni
     service_.behaveNormally();
   }
 
-  // An answer that is JSON but not a campaign: no failure from the transport, but no data either.
+  // JSON that is not a campaign: no failure from the transport, but no data either.
   service_.setAnswer(ReferenceMarketingService::kAdvertisementsMethod, R"({"advertisements": 5})");
-  result = call(Call::Advertisements);
+  auto result = call(Call::Advertisements);
   ASSERT_TRUE(result);
   EXPECT_FALSE(result->data().has_value());
-  EXPECT_EQ(result->dataAs<AdvertisementsRequestResponse>(), nullptr);
 }
 
 TEST_F(WebServiceTest, AStalledServiceTimesOutAfterFiveSecondsAndARefusedOneAtOnce) {
@@ -211,7 +182,6 @@ TEST_F(WebServiceTest, AStalledServiceTimesOutAfterFiveSecondsAndARefusedOneAtOn
   auto result = call(Call::Advertisements, {}, std::nullopt, 15);
   const double waited = std::chrono::duration<double>(std::chrono::steady_clock::now() - started).count();
   ASSERT_TRUE(result);
-  EXPECT_TRUE(result->failed());
   EXPECT_EQ(result->error(), "the request timed out after 5 seconds");
   EXPECT_GE(waited, 4.5);
   EXPECT_LT(waited, 8.0);
@@ -225,7 +195,6 @@ TEST_F(WebServiceTest, AStalledServiceTimesOutAfterFiveSecondsAndARefusedOneAtOn
   ASSERT_TRUE(result && result->error());
   EXPECT_TRUE(result->failed());
   EXPECT_TRUE(result->error()->starts_with("could not connect to the service")) << *result->error();
-  EXPECT_TRUE(nothingLeftRunning());
 }
 
 TEST_F(WebServiceTest, ANilCompletionStillGivesATicketAndNoRequestNoTicket) {
@@ -233,13 +202,12 @@ TEST_F(WebServiceTest, ANilCompletionStillGivesATicketAndNoRequestNoTicket) {
   auto ticket = client.getAdvertisementsWithParameters({}, nullptr);
   ASSERT_TRUE(ticket);
   EXPECT_TRUE(RunLoop::main().runUntil([&] { return ticket->isFinished(); }, 10));
-  EXPECT_EQ(service_.requestCount(ReferenceMarketingService::kAdvertisementsMethod), 1u);
 
   bool called = false;
   IAMWebService broken("not a service address");
   EXPECT_EQ(broken.getAdvertisementsWithParameters({}, [&](const Result&) { called = true; }), nullptr);
   EXPECT_EQ(broken.getNativeQualityNetworkWithParameters({}, [&](const Result&) { called = true; }), nullptr);
-  RunLoop::main().runFor(0.05);
+  env.settle();
   EXPECT_FALSE(called);
   EXPECT_EQ(service_.requestCount(), 1u);
 }
@@ -250,55 +218,36 @@ TEST_F(WebServiceTest, TheDefaultBaseUrlComesFromTheHostThenTheEnvironment) {
   ::setenv("IAM_SERVICE_URL", "http://127.0.0.1:1", 1);
   EXPECT_EQ(IAMWebService().baseUrl(), "http://127.0.0.1:1");
   IAMWebService::setDefaultBaseUrl(service_.baseUrl());
-  EXPECT_EQ(IAMWebService::defaultBaseUrl(), service_.baseUrl());
-  ::unsetenv("IAM_SERVICE_URL");
-
   IAMWebService client;
+  ::unsetenv("IAM_SERVICE_URL");
   EXPECT_EQ(client.baseUrl(), service_.baseUrl());
-  EXPECT_EQ(client.version(), "v1");
   Result result;
   client.getNativeQualityNetworkWithParameters({}, [&](const Result& r) { result = r; });
   ASSERT_TRUE(RunLoop::main().runUntil([&] { return result != nullptr; }, 10));
   EXPECT_TRUE(result->dataAs<NativeQualityNetworkResponse>());
-  EXPECT_EQ(service_.requestCount(ReferenceMarketingService::kNativeQualityNetworkMethod), 1u);
 }
 
-TEST(ReferenceServiceTest, TagsFollowTheBytesAndMatchingHonoursListsAndWeakTags) {
+TEST_F(WebServiceTest, TheReferenceServiceTagsFollowTheBytesAndMatchListsAndWeakTags) {
   const auto tag = ReferenceMarketingService::entityTagForBytes("{}");
   EXPECT_EQ(tag, ReferenceMarketingService::entityTagForBytes("{}"));
   EXPECT_NE(tag, ReferenceMarketingService::entityTagForBytes("{ }"));
-  EXPECT_EQ(tag.front(), '"');
-  EXPECT_EQ(tag.back(), '"');
+  EXPECT_TRUE(tag.size() > 2 && tag.front() == '"' && tag.back() == '"') << tag;
 
-  ReferenceMarketingService service;
-  service.setAnswer("advertisements", "{}");
-  ASSERT_TRUE(service.start());
+  service_.setAnswer("advertisements", "{}");
   for (const std::string& header : {"\"x\", " + tag, "W/" + tag, std::string("*")}) {
-    OspreyWebService endpoint(service.baseUrl());
-    endpoint.encryptionDetails().setKey(std::string(IAMWebService::kServiceKey));
-    endpoint.setVersion("v1");
-    auto request = endpoint.createRequestFor("advertisements", std::nullopt);
-    request->httpConfig().setEtag(header);
-    Result result;
-    request->setCompletionHandler([&](const Result& r) { result = r; });
-    endpoint.execute(request);
-    ASSERT_TRUE(RunLoop::main().runUntil([&] { return result != nullptr; }, 10));
+    IAMWebServiceParameters parameters;
+    parameters.setEtag(header);
+    auto result = call(Call::Advertisements, parameters);
+    ASSERT_TRUE(result);
     EXPECT_TRUE(result->contentIsNotModified()) << header;
   }
-  EXPECT_EQ(service.requestCount("advertisements"), 3u);
-  EXPECT_FALSE(service.start());
+  EXPECT_FALSE(service_.start());
 
   const std::string path = ::testing::TempDir() + "refservice_answer.json";
-  {
-    std::ofstream file(path, std::ios::binary);
-    file << R"({"rankedApps": []})";
-  }
-  EXPECT_TRUE(service.setAnswerFromFile("nativeQualityNetwork", path));
-  EXPECT_EQ(service.entityTagFor("nativeQualityNetwork"),
-            ReferenceMarketingService::entityTagForBytes(R"({"rankedApps": []})"));
-  EXPECT_FALSE(service.setAnswerFromFile("nativeQualityNetwork", path + ".missing"));
-  EXPECT_EQ(service.entityTagFor("nativeQualityNetwork"),
-            ReferenceMarketingService::entityTagForBytes(R"({"rankedApps": []})"));
+  std::ofstream(path, std::ios::binary) << R"({"rankedApps": []})";
+  EXPECT_TRUE(service_.setAnswerFromFile("nativeQualityNetwork", path));
+  EXPECT_FALSE(service_.setAnswerFromFile("nativeQualityNetwork", path + ".missing"));  // keeps the answer
+  EXPECT_EQ(service_.entityTagFor("nativeQualityNetwork"), ReferenceMarketingService::entityTagForBytes(R"({"rankedApps": []})"));
   std::remove(path.c_str());
 }
 

@@ -23,7 +23,7 @@ class TestHttpServer {
   // not instrumented, so ThreadSanitizer cannot see how its workers hand data to each other.
   explicit TestHttpServer(Handler handler, std::size_t workers = 8) : handler_(std::move(handler)) {
     server_.new_task_queue = [workers] { return new httplib::ThreadPool(workers); };
-    server_.set_keep_alive_timeout(1);
+    server_.set_keep_alive_max_count(1);  // a held connection would block a single worker
     server_.Post(".*", [this](const httplib::Request& request, httplib::Response& response) {
       {
         std::lock_guard lock(mutex_);
@@ -36,18 +36,15 @@ class TestHttpServer {
     // A stop that comes before the server runs would be lost and leave the listener in accept().
     for (int i = 0; i < 5000 && !server_.is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
   }
-
   ~TestHttpServer() {
     release();
     server_.stop();
     listener_.join();
   }
-
   TestHttpServer(const TestHttpServer&) = delete;
   TestHttpServer& operator=(const TestHttpServer&) = delete;
 
   std::string baseUrl() const { return "http://127.0.0.1:" + std::to_string(port_); }
-  bool started() const { return port_ > 0; }
 
   // For handlers: holds the answer until `release` or until `seconds` pass.
   void holdUntilReleased(double seconds) {
@@ -55,16 +52,17 @@ class TestHttpServer {
     released_.wait_for(lock, std::chrono::duration<double>(seconds), [this] { return isReleased_; });
   }
   void release() {
-    {
-      std::lock_guard lock(mutex_);
-      isReleased_ = true;
-    }
+    std::lock_guard lock(mutex_);
+    isReleased_ = true;
     released_.notify_all();
   }
-
   std::vector<httplib::Request> received() const {
     std::lock_guard lock(mutex_);
     return received_;
+  }
+  std::size_t receivedCount() const {
+    std::lock_guard lock(mutex_);
+    return received_.size();
   }
 
  private:

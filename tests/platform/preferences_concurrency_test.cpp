@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <atomic>
+#include <cstdio>
 #include <string>
 #include <thread>
 #include <vector>
@@ -10,6 +11,7 @@
 #include "iam/platform/InMemoryPreferencesStore.h"
 #include "iam/platform/SQLitePreferencesStore.h"
 #include "platform/ScratchDirectory.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam {
 namespace {
@@ -33,10 +35,9 @@ void hammer(PreferencesStore& store) {
         ASSERT_TRUE(store.setData(valueFor(t, r), "own" + std::to_string(t)));
         ASSERT_TRUE(store.setData(valueFor(t, r), "shared"));
         if (auto seen = store.dataForKey("shared")) {
+          int writer = -1, round = -1;
           const std::string s(seen->begin(), seen->end());
-          const auto hashes = s.find('#') == std::string::npos ? 0 : s.size() - s.find('#');
-          const int round = std::stoi(s.substr(s.find('r') + 1));
-          if (static_cast<int>(hashes) != round % 40) ++tornReads;
+          if (std::sscanf(s.c_str(), "t%dr%d", &writer, &round) != 2 || *seen != valueFor(writer, round)) ++tornReads;
         }
         if (r % 10 == 0) (void)store.allKeys();
         if (r % 25 == 0) store.removeObjectForKey("scratch" + std::to_string(t));
@@ -49,32 +50,29 @@ void hammer(PreferencesStore& store) {
   EXPECT_EQ(store.allKeys().size(), kThreads + 1u);
 }
 
-TEST(PreferencesConcurrencyTest, ConcurrentWritesAndReadsLeaveExactValues) {
+class PreferencesConcurrencyTest : public ::testing::Test {
+ protected:
+  testing::TestEnvironment env;
+  testing::ScratchDirectory dir;
+};
+
+TEST_F(PreferencesConcurrencyTest, ConcurrentWritesAndReadsLeaveExactValues) {
   InMemoryPreferencesStore memory;
   hammer(memory);
-  testing::ScratchDirectory dir;
   auto sqlite = SQLitePreferencesStore::open(dir.file("concurrent.sqlite"));
   ASSERT_TRUE(sqlite);
   hammer(*sqlite);
 }
 
-TEST(PreferencesConcurrencyTest, NoLaunchIsLostAndTheStandardStoreSwapsSafely) {
-  testing::ScratchDirectory dir;
+TEST_F(PreferencesConcurrencyTest, NoLaunchIsLostAndTheStandardStoreSwapsSafely) {
   PreferencesStore::setStandard(SQLitePreferencesStore::open(dir.file("runs.sqlite")));
   std::atomic<bool> stop{false};
   std::thread reader([&] {
-    while (!stop) {
-      const auto count = ZTSettings::runCount();
-      ASSERT_GE(count, 0);
-      ASSERT_LE(count, kThreads * 20);
-    }
+    for (std::int64_t count = 0; !stop; count = ZTSettings::runCount()) ASSERT_TRUE(count >= 0 && count <= kThreads * 20);
   });
   std::vector<std::thread> launches;
-  for (int t = 0; t < kThreads; ++t) {
-    launches.emplace_back([] {
-      for (int i = 0; i < 20; ++i) ZTSettings::incrementRunCount();
-    });
-  }
+  for (int t = 0; t < kThreads; ++t)
+    launches.emplace_back([] { for (int i = 0; i < 20; ++i) ZTSettings::incrementRunCount(); });
   for (auto& th : launches) th.join();
   stop = true;
   reader.join();
@@ -82,13 +80,10 @@ TEST(PreferencesConcurrencyTest, NoLaunchIsLostAndTheStandardStoreSwapsSafely) {
 
   // Swapping the store while others use it: each user keeps the store it got alive.
   std::atomic<bool> done{false};
-  std::thread user([&] {
-    while (!done) PreferencesStore::standard()->setData(std::vector<std::uint8_t>{1}, "k");
-  });
+  std::thread user([&] { while (!done) PreferencesStore::standard()->setData(std::vector<std::uint8_t>{1}, "k"); });
   for (int i = 0; i < 50; ++i) PreferencesStore::setStandard(std::make_shared<InMemoryPreferencesStore>());
   done = true;
   user.join();
-  PreferencesStore::setStandard(nullptr);
 }
 
 }  // namespace

@@ -10,7 +10,7 @@
 #include "iam/platform/ZTSettings.h"
 #include "iam/platform/InMemoryPreferencesStore.h"
 #include "iam/platform/SQLitePreferencesStore.h"
-#include "testing/CapturingLogSink.h"
+#include "testing/TestEnvironment.h"
 #include "platform/ScratchDirectory.h"
 
 namespace iam {
@@ -61,7 +61,7 @@ void checkStoreContract(PreferencesStore& store) {
 
 class PreferencesTest : public ::testing::Test {
  protected:
-  void TearDown() override { PreferencesStore::setStandard(nullptr); }
+  testing::TestEnvironment env;
   ScratchDirectory dir_;
 };
 
@@ -78,16 +78,14 @@ TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALModeAndSharesTheF
   {
     auto store = SQLitePreferencesStore::open(path);
     ASSERT_TRUE(store);
-    store->setData(bytes("kept"), "kept");
-    store->setData(bytes("old"), "changed");
+    for (const char* key : {"kept", "changed", "removed"}) store->setData(bytes("old"), key);
     store->setData(bytes("new"), "changed");
-    store->setData(bytes("gone"), "removed");
     store->removeObjectForKey("removed");
   }
   auto store = SQLitePreferencesStore::open(path);
   auto second = SQLitePreferencesStore::open(path);  // a host and the stats tool may hold the file at once
   ASSERT_TRUE(store && second);
-  EXPECT_EQ(store->dataForKey("kept"), bytes("kept"));
+  EXPECT_EQ(store->dataForKey("kept"), bytes("old"));
   EXPECT_EQ(store->dataForKey("changed"), bytes("new"));
   EXPECT_EQ(store->allKeys(), (std::vector<std::string>{"changed", "kept"}));
   EXPECT_TRUE(second->setData(bytes("2"), "kept"));
@@ -96,27 +94,25 @@ TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALModeAndSharesTheF
   // The journal mode is a property of the file: read it with a connection of our own.
   sqlite3* db = nullptr;
   ASSERT_EQ(sqlite3_open_v2(path.c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
-  sqlite3_stmt* s = nullptr;
-  ASSERT_EQ(sqlite3_prepare_v2(db, "PRAGMA journal_mode", -1, &s, nullptr), SQLITE_OK);
-  ASSERT_EQ(sqlite3_step(s), SQLITE_ROW);
-  EXPECT_STREQ(reinterpret_cast<const char*>(sqlite3_column_text(s, 0)), "wal");
-  sqlite3_finalize(s);
+  std::string mode;
+  auto readMode = [](void* out, int, char** values, char**) { return *static_cast<std::string*>(out) = values[0], 0; };
+  EXPECT_EQ(sqlite3_exec(db, "PRAGMA journal_mode", readMode, &mode, nullptr), SQLITE_OK);
+  EXPECT_EQ(mode, "wal");
   sqlite3_close(db);
+
+  PreferencesStore::setStandard(nullptr);  // none: a fresh in-memory store, never a missing one
+  EXPECT_TRUE(std::dynamic_pointer_cast<InMemoryPreferencesStore>(PreferencesStore::standard()));
 }
 
 TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
-  iam::testing::CapturingLogSink log;
   EXPECT_FALSE(SQLitePreferencesStore::open(dir_.file("no/such/dir/prefs.sqlite")));
   EXPECT_FALSE(SQLitePreferencesStore::open(""));
   const std::string garbage = dir_.file("garbage.sqlite");
-  {
-    std::ofstream out(garbage, std::ios::binary);
-    for (int i = 0; i < 4096; ++i) out.put(static_cast<char>(i * 7 + 3));
-  }
+  std::ofstream(garbage, std::ios::binary) << std::string(4096, '\x5a');
   EXPECT_FALSE(SQLitePreferencesStore::open(garbage));
   EXPECT_FALSE(SQLitePreferencesStore::open(dir_.path().string()));  // a directory
 
-  const auto records = log.records();
+  const auto records = env.log().records();
   ASSERT_EQ(records.size(), 4u);
   for (const auto& r : records) {
     EXPECT_EQ(r.level, LogLevel::Error);
@@ -126,70 +122,40 @@ TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
   }
 }
 
-TEST_F(PreferencesTest, StandardStoreIsInMemoryUntilTheHostSetsOne) {
-  auto initial = PreferencesStore::standard();
-  EXPECT_TRUE(std::dynamic_pointer_cast<InMemoryPreferencesStore>(initial));
-  EXPECT_EQ(PreferencesStore::standard(), initial);
-  auto sqlite = SQLitePreferencesStore::open(dir_.file("standard.sqlite"));
-  PreferencesStore::setStandard(sqlite);
-  EXPECT_EQ(PreferencesStore::standard(), sqlite);
-  PreferencesStore::setStandard(nullptr);
-  auto fresh = PreferencesStore::standard();
-  ASSERT_TRUE(fresh);
-  EXPECT_NE(fresh, sqlite);
-}
-
-TEST_F(PreferencesTest, SettingsStoreRecordsAndMapsAcrossReopen) {
-  const std::string path = dir_.file("settings.sqlite");
-  PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
+TEST_F(PreferencesTest, SettingsKeepRecordsMapsAndLaunchesAndReadDamagedValuesAsAbsent) {
+  auto& store = *env.preferences();
   EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
   EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map").empty());
-
   EXPECT_TRUE(ZTSettings::saveArchivableObject(Counter(41), "record"));
-  std::map<std::string, std::shared_ptr<Counter>> map = {{"a", std::make_shared<Counter>(1)},
-                                                         {"b", std::make_shared<Counter>(2)}};
+  const std::map<std::string, std::shared_ptr<Counter>> map{{"a", std::make_shared<Counter>(1)},
+                                                             {"b", std::make_shared<Counter>(2)}};
   EXPECT_TRUE(ZTSettings::saveDictionaryToPreferences(map, "map"));
-
-  PreferencesStore::setStandard(nullptr);  // closes the file
-  PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
-
-  auto record = std::dynamic_pointer_cast<Counter>(ZTSettings::getUnarchivedObjectForKey("record"));
-  ASSERT_TRUE(record);
-  EXPECT_EQ(record->count, 41);
+  EXPECT_EQ(std::dynamic_pointer_cast<Counter>(ZTSettings::getUnarchivedObjectForKey("record"))->count, 41);
   EXPECT_EQ(ZTSettings::getUnarchivedObjectOfClassForKey<Counter>("record")->count, 41);
   auto loaded = ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map");
   ASSERT_EQ(loaded.size(), 2u);
-  EXPECT_EQ(loaded["a"]->count, 1);
-  EXPECT_EQ(loaded["b"]->count, 2);
+  EXPECT_EQ(loaded["a"]->count + 10 * loaded["b"]->count, 21);
   // A record is not a map, and a map is not a record.
   EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("record").empty());
   EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("map"), nullptr);
-}
 
-TEST_F(PreferencesTest, RunCountPersistsAndDamagedValuesReadAsAbsent) {
-  const std::string path = dir_.file("runs.sqlite");
-  PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
   EXPECT_EQ(ZTSettings::runCount(), 0);
   EXPECT_EQ(ZTSettings::incrementRunCount(), 1);
   EXPECT_EQ(ZTSettings::incrementRunCount(), 2);
-  PreferencesStore::setStandard(SQLitePreferencesStore::open(path));
-  EXPECT_EQ(ZTSettings::runCount(), 2);
-  auto store = PreferencesStore::standard();
   std::optional<std::int64_t> stored;  // the stored form is an archive whose root is the integer
-  EXPECT_TRUE(KeyedUnarchiver::withArchive(*store->dataForKey(ZTSettings::kRunCountKey),
+  EXPECT_TRUE(KeyedUnarchiver::withArchive(*store.dataForKey(ZTSettings::kRunCountKey),
                                            [&](const ArchiveValue& v) { stored = v.integerValue(); }));
   EXPECT_EQ(stored, 2);
 
-  ASSERT_TRUE(ZTSettings::saveArchivableObject(Counter(5), "record"));
-  const Bytes good = *store->dataForKey("record");
-  store->setData(std::span(good).first(good.size() - 1), "record");  // as by a torn write
+  const Bytes good = *store.dataForKey("record");
+  store.setData(std::span(good).first(good.size() - 1), "record");  // as by a torn write
   EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
-  store->setData(bytes("not an archive at all"), "record");
+  store.setData(bytes("not an archive at all"), "record");
   EXPECT_EQ(ZTSettings::getUnarchivedObjectOfClassForKey<Counter>("record"), nullptr);
-  store->setData(bytes("\xdf\xff\xff\xff\xff"), "map");
+  store.setData(bytes("\xdf\xff\xff\xff\xff"), "map");
   EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map").empty());
   // A damaged launch count starts again rather than failing.
-  store->setData(bytes("\xc1"), ZTSettings::kRunCountKey);
+  store.setData(bytes("\xc1"), ZTSettings::kRunCountKey);
   EXPECT_EQ(ZTSettings::runCount(), 0);
   EXPECT_EQ(ZTSettings::incrementRunCount(), 1);
 }

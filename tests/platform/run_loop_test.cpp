@@ -23,6 +23,10 @@ class RunLoopTest : public ::testing::Test {
     for (auto& t : timers_) t->invalidate();
   }
 
+  testing::TestEnvironment env{dateWithTimeIntervalSince1970(1'000'000.25)};
+  const Date start_ = env.clock().now();
+  std::vector<std::shared_ptr<Timer>> timers_;
+
   std::shared_ptr<Timer> schedule(TimeInterval interval, bool repeats, Timer::Block block) {
     auto t = Timer::scheduledTimerWithTimeInterval(interval, repeats, std::move(block));
     timers_.push_back(t);
@@ -31,10 +35,6 @@ class RunLoopTest : public ::testing::Test {
 
   // Seconds the manual clock has moved since the test began.
   double elapsed() { return timeIntervalBetween(env.clock().now(), start_); }
-
-  const Date start_ = dateWithTimeIntervalSince1970(1'000'000.25);
-  testing::TestEnvironment env{start_};
-  std::vector<std::shared_ptr<Timer>> timers_;
 };
 
 TEST_F(RunLoopTest, TimersFireInDueOrderWithTheClockAtTheirDueTimeAndTiesInSchedulingOrder) {
@@ -83,14 +83,9 @@ TEST_F(RunLoopTest, RepeatingTimerFiresAtEachIntervalAndCollapsesMissedFires) {
 TEST_F(RunLoopTest, InvalidatedTimersStopFromOutsideFromTheirOwnBlockAndFromAnotherTimer) {
   int outside = 0, self = 0, victim = 0, laterVictim = 0;
   auto outsideTimer = schedule(1, true, [&](Timer&) { ++outside; });
-  schedule(1, true, [&](Timer& t) {
-    if (++self == 2) t.invalidate();
-  });
+  schedule(1, true, [&](Timer& t) { if (++self == 2) t.invalidate(); });
   std::shared_ptr<Timer> victimTimer, laterTimer;
-  schedule(3, false, [&](Timer&) {
-    victimTimer->invalidate();
-    laterTimer->invalidate();
-  });
+  schedule(3, false, [&](Timer&) { victimTimer->invalidate(), laterTimer->invalidate(); });
   victimTimer = schedule(3, false, [&](Timer&) { ++victim; });  // same due time, scheduled later
   laterTimer = schedule(4, true, [&](Timer&) { ++laterVictim; });
 
@@ -98,10 +93,7 @@ TEST_F(RunLoopTest, InvalidatedTimersStopFromOutsideFromTheirOwnBlockAndFromAnot
   EXPECT_EQ(outside, 2);
   outsideTimer->invalidate();
   RunLoop::main().runFor(20);
-  EXPECT_EQ(outside, 2);
-  EXPECT_EQ(self, 2);
-  EXPECT_EQ(victim, 0);
-  EXPECT_EQ(laterVictim, 0);
+  EXPECT_EQ((std::vector<int>{outside, self, victim, laterVictim}), (std::vector<int>{2, 2, 0, 0}));
   EXPECT_FALSE(victimTimer->isValid());
   EXPECT_FALSE(RunLoop::main().nextTimerFireDate().has_value());
 }
@@ -131,10 +123,7 @@ TEST_F(RunLoopTest, PostedTasksRunInOrderAndThrowingTasksOrTimersAreLoggedWhileT
   std::vector<int> order;
   auto& loop = RunLoop::main();
   loop.post([&] { order.push_back(1); });
-  loop.post([&] {
-    order.push_back(2);
-    loop.post([&] { order.push_back(4); });
-  });
+  loop.post([&] { order.push_back(2), loop.post([&] { order.push_back(4); }); });
   loop.post([] { throw std::runtime_error("boom"); });
   loop.post([&] { order.push_back(3); });
   EXPECT_EQ(loop.runUntilIdle(), 5u);
@@ -142,10 +131,7 @@ TEST_F(RunLoopTest, PostedTasksRunInOrderAndThrowingTasksOrTimersAreLoggedWhileT
   EXPECT_EQ(loop.runUntilIdle(), 0u);
 
   int fires = 0;
-  schedule(1, true, [&](Timer&) {
-    ++fires;
-    throw 42;
-  });
+  schedule(1, true, [&](Timer&) { throw ++fires; });
   loop.runFor(2);
   EXPECT_EQ(fires, 2);  // a throwing repeating timer is still rescheduled
   const auto errors = log.messages(LogLevel::Error);
@@ -153,25 +139,17 @@ TEST_F(RunLoopTest, PostedTasksRunInOrderAndThrowingTasksOrTimersAreLoggedWhileT
   EXPECT_NE(errors[0].find("boom"), std::string::npos);
 }
 
-TEST_F(RunLoopTest, RunUntilReturnsWhenConditionHoldsOrTimesOut) {
+TEST_F(RunLoopTest, RunUntilAndRunWaitInRealTimeForOtherThreadsAndQuit) {
   auto& loop = RunLoop::main();
   const auto before = std::chrono::steady_clock::now();
   EXPECT_FALSE(loop.runUntil([] { return false; }, 0.05));
   EXPECT_GE(std::chrono::steady_clock::now() - before, std::chrono::milliseconds(50));
   EXPECT_DOUBLE_EQ(elapsed(), 0);  // real time only; the manual clock stays
-
-  bool ran = false;
-  std::thread poster([&] { loop.post([&] { ran = true; }); });
-  EXPECT_TRUE(loop.runUntil([&] { return ran; }, 10));
-  poster.join();
-  EXPECT_TRUE(loop.isMainThread());
   bool mainOnOtherThread = true;
   std::thread([&] { mainOnOtherThread = loop.isMainThread(); }).join();
   EXPECT_FALSE(mainOnOtherThread);
-}
+  EXPECT_TRUE(loop.isMainThread());
 
-TEST_F(RunLoopTest, RunWaitsForWorkUntilQuit) {
-  auto& loop = RunLoop::main();
   int ran = 0;
   std::thread other([&] {
     loop.post([&] { ++ran; });
@@ -185,11 +163,11 @@ TEST_F(RunLoopTest, RunWaitsForWorkUntilQuit) {
   EXPECT_EQ(ran, 2);
 }
 
-TEST(RunLoopSystemClockTest, RunForWaitsInRealTimeForTimers) {
-  Clock::setCurrent(nullptr);
+TEST_F(RunLoopTest, OnTheSystemClockRunForWaitsInRealTimeForTimers) {
+  Clock::setCurrent(std::make_shared<SystemClock>());
   std::vector<double> fired;
   const Date begin = Clock::currentDate();
-  auto timer = Timer::scheduledTimerWithTimeInterval(0.02, true, [&](Timer& t) {
+  auto timer = schedule(0.02, true, [&](Timer& t) {
     fired.push_back(timeIntervalBetween(Clock::currentDate(), begin));
     if (fired.size() == 3) t.invalidate();
   });
