@@ -18,15 +18,12 @@ ZTIAMResourceMap resources(std::initializer_list<std::pair<std::string, std::opt
   return map;
 }
 
-// Unavailable initialisers must not compile.
-static_assert(!std::is_default_constructible_v<Advertisement>);
-static_assert(!std::is_default_constructible_v<AdvertisedApp>);
-static_assert(!std::is_default_constructible_v<StoreAppInfo>);
-static_assert(!std::is_default_constructible_v<ZTIAMResource>);
-static_assert(!std::is_default_constructible_v<AdvertisementTrigger>);
-static_assert(!std::is_default_constructible_v<AdvertisementTarget>);
-static_assert(!std::is_default_constructible_v<AdvertisementConfigurationData>);
-static_assert(std::is_same_v<ZTAdvertisementConfigurationData, AdvertisementConfigurationData>);
+// Records are made with their identifiers: none has an initialiser without them.
+static_assert(!std::is_default_constructible_v<Advertisement> && !std::is_default_constructible_v<AdvertisedApp> &&
+              !std::is_default_constructible_v<StoreAppInfo> && !std::is_default_constructible_v<ZTIAMResource> &&
+              !std::is_default_constructible_v<AdvertisementTrigger> &&
+              !std::is_default_constructible_v<AdvertisementTarget> &&
+              !std::is_default_constructible_v<AdvertisementConfigurationData>);
 
 TEST(AdvertisementRecord, NewRecordsHaveTheDocumentedDefaults) {
   Advertisement ad("ad-1");
@@ -37,14 +34,10 @@ TEST(AdvertisementRecord, NewRecordsHaveTheDocumentedDefaults) {
                                        ZTIAMAdvertisementActionTypeOpenStore,
                                        ZTIAMAdvertisementDataSourceTypeInAppMarketing}));
 
-  AdvertisedApp app("app");
-  EXPECT_FALSE(app.free());
-  EXPECT_EQ(app.reviewUrl(), std::nullopt);
-
+  EXPECT_FALSE(AdvertisedApp("app").free() || AdvertisedApp("app").reviewUrl());
   ZTAdvertisementConfigurationData request(std::make_shared<Advertisement>("ad"), nullptr, nullptr, nullptr);
   EXPECT_EQ(request.delay(), 0.0);
-  EXPECT_TRUE(request.animated());
-  EXPECT_FALSE(request.force());
+  EXPECT_TRUE(request.animated() && !request.force());
 }
 
 TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
@@ -56,14 +49,14 @@ TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
                              {"title-c", "c"}, {"title-d", "d"}}));
   EXPECT_EQ((Texts{ad.title(), ad.body(), ad.okActionTitle(), ad.postponeTitle(), ad.dismissTitle()}),
             (Texts{"T", "B", "Get it", "Not now", "Close"}));
-  ASSERT_TRUE(ad.videoUrl());
-  EXPECT_EQ(ad.bodyImageUrl(), URL::URLWithString("https://img.example.com/body.png"));
-  EXPECT_EQ(ad.iconImageUrl(), URL::URLWithString("https://img.example.com/icon.png"));
-  EXPECT_EQ(ad.videoUrl(), URL::URLWithString("https://video.example.com/v.mp4"));
-  EXPECT_EQ(ad.titleColor(), Color::colorWithHexString("FF0000"));
-  EXPECT_EQ(ad.bodyColor(), Color::colorWithHexString("00FF00"));
-  EXPECT_EQ(ad.titleColorWithDefaultColor(Color{0, 0, 1, 1}), Color::colorWithHexString("FF0000"));
-  EXPECT_EQ(ad.bodyColorWithDefaultColor(Color{0, 0, 1, 1}), Color::colorWithHexString("00FF00"));
+  EXPECT_EQ((std::vector{ad.bodyImageUrl(), ad.iconImageUrl(), ad.videoUrl()}),
+            (std::vector{URL::URLWithString("https://img.example.com/body.png"),
+                         URL::URLWithString("https://img.example.com/icon.png"),
+                         URL::URLWithString("https://video.example.com/v.mp4")}));
+  EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(Color{0, 0, 1, 1}),
+                         ad.bodyColorWithDefaultColor(Color{0, 0, 1, 1})}),
+            (std::vector{Color::colorWithHexString("FF0000"), Color::colorWithHexString("00FF00"),
+                         Color::colorWithHexString("FF0000"), Color::colorWithHexString("00FF00")}));
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"a", "b", "c", "d"}));
 }
 
@@ -75,14 +68,10 @@ TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
   ad.setOkActionType(ZTIAMAdvertisementActionTypeOpenAd);
   EXPECT_EQ((Texts{ad.okActionTitle(), ad.postponeTitle(), ad.dismissTitle(), ad.title()}),
             (Texts{"Sure", "Later", std::nullopt, std::nullopt}));
-  EXPECT_EQ(ad.bodyImageUrl(), std::nullopt);
-  EXPECT_EQ(ad.videoUrl(), std::nullopt);
-  EXPECT_EQ(ad.titleColor(), Color::colorWithHexString("303030"));
-  EXPECT_EQ(ad.bodyColor(), Color::colorWithHexString("303030"));
-  EXPECT_NE(ad.titleColor(), Color::colorWithHexString("000000"));
+  EXPECT_FALSE(ad.bodyImageUrl() || ad.videoUrl());
   const Color blue{0, 0, 1, 1};
-  EXPECT_EQ(ad.titleColorWithDefaultColor(blue), blue);
-  EXPECT_EQ(ad.bodyColorWithDefaultColor(blue), blue);
+  EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(blue), ad.bodyColorWithDefaultColor(blue)}),
+            (std::vector{Color::colorWithHexString("303030"), Color::colorWithHexString("303030"), blue, blue}));
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"", "", "only c", ""}));
 }
 
@@ -147,12 +136,10 @@ TEST(TriggerAndTargetRecords, BackReferencesDoNotOwnTheAdvertisement) {
     target->setAdvertisement(ad);
     ad->setTriggers({trigger});
     ad->setTargets({target});
-    EXPECT_EQ(trigger->advertisement(), ad);
-    EXPECT_EQ(target->advertisement(), ad);
+    EXPECT_TRUE(trigger->advertisement() == ad && target->advertisement() == ad);
   }
   // The advertisement is gone once its last owner is: no cycle keeps it alive.
-  EXPECT_EQ(trigger->advertisement(), nullptr);
-  EXPECT_EQ(target->advertisement(), nullptr);
+  EXPECT_FALSE(trigger->advertisement() || target->advertisement());
 }
 
 TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {

@@ -1,9 +1,12 @@
 #pragma once
 
 // Helpers shared by the model and service tests: a valid advertisement answer with every member set,
-// archives written key by key, and the key order of an archived object.
+// archives written key by key, the key order of an archived object and the JSON corpus.
 
+#include <filesystem>
+#include <fstream>
 #include <functional>
+#include <iterator>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -74,17 +77,24 @@ inline std::vector<std::string> archivedKeyOrder(const Data& data) {
   if (root.type != msgpack::type::ARRAY || root.via.array.size != 2) return keys;
   const msgpack::object& map = root.via.array.ptr[1];
   if (map.type != msgpack::type::MAP) return keys;
-  for (std::uint32_t i = 0; i < map.via.map.size; ++i) {
-    keys.push_back(map.via.map.ptr[i].key.as<std::string>());
-  }
+  for (std::uint32_t i = 0; i < map.via.map.size; ++i) keys.push_back(map.via.map.ptr[i].key.as<std::string>());
   return keys;
 }
 
-// What the archived root object holds under `key`.
-inline ArchiveValue::Kind archivedKind(const Data& data, std::string_view key) {
-  ArchiveValue::Kind kind = ArchiveValue::Kind::Other;
-  KeyedUnarchiver::withArchive(data, [&](const ArchiveValue& root) { kind = root.objectCoder().valueForKey(key).kind(); });
-  return kind;
+// The JSONTestSuite parsing cases; names starting "y_" are well-formed JSON.
+struct CorpusFile {
+  std::string name;
+  std::string bytes;
+  bool wellFormed() const { return name.rfind("y_", 0) == 0; }
+};
+
+inline std::vector<CorpusFile> jsonCorpus() {
+  std::vector<CorpusFile> files;
+  for (const auto& entry : std::filesystem::directory_iterator(IAM_CORPUS_DIR "/jsontestsuite/test_parsing")) {
+    std::ifstream in(entry.path(), std::ios::binary);
+    files.push_back({entry.path().filename().string(), std::string(std::istreambuf_iterator<char>(in), {})});
+  }
+  return files;
 }
 
 }  // namespace iam::testing

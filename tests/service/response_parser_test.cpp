@@ -2,8 +2,9 @@
 
 #include <nlohmann/json.hpp>
 
-#include "iam/platform/Clock.h"
 #include "iam/service/AdvertisementsResponseParser.h"
+#include "iam/service/NativeQualityNetworkResponse.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam {
 namespace {
@@ -129,32 +130,27 @@ TEST(AppConfigEquality, IndependentOfKeyOrderSensitiveToEveryValue) {
   EXPECT_TRUE(AppConfig(0, {}).isEqual(FixedConfig(0, {})));
 }
 
-class ResponseExpiry : public ::testing::Test {
- protected:
-  void SetUp() override { Clock::setCurrent(clock_); }
-  void TearDown() override { Clock::setCurrent(nullptr); }
-  std::shared_ptr<ManualClock> clock_ = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(1'000'000));
-};
-
-TEST_F(ResponseExpiry, ExpiresStrictlyAfterOneDayOrWhenMarkedStale) {
-  const auto created = clock_->now();
-  auto response = std::make_shared<AdvertisementsRequestResponse>(
-      std::vector<std::shared_ptr<Advertisement>>{}, std::make_shared<OspreyServiceContentInfo>(created, false),
-      std::make_shared<AppConfig>(0, std::map<std::string, std::string>{}));
-  const std::pair<double, bool> ages[] = {{0, false}, {86400, false}, {86400.001, true}, {86401, true}};
-  for (const auto& [age, expired] : ages) {
-    clock_->setNow(dateByAddingTimeInterval(created, age));
-    EXPECT_EQ(response->isExpired(), expired) << age;
+// Both held answers share one rule: one day, on purpose not the answer's maximum age.
+TEST(ResponseExpiry, ExpiresStrictlyAfterOneDayOrWhenMarkedStale) {
+  testing::TestEnvironment env;
+  const auto created = env.clock().now();
+  auto info = std::make_shared<OspreyServiceContentInfo>(created, false);
+  AdvertisementsRequestResponse response({}, info, std::make_shared<AppConfig>(0, std::map<std::string, std::string>{}));
+  NativeQualityNetworkResponse ranked({}, info);
+  for (const auto& [age, expired] : {std::pair{0.0, false}, {86400.0, false}, {86400.001, true}, {86401.0, true}}) {
+    env.clock().setNow(dateByAddingTimeInterval(created, age));
+    EXPECT_EQ(response.isExpired(), expired) << age;
+    EXPECT_EQ(ranked.isExpired(), expired) << age;
   }
-
   // A renewed content info makes it fresh again; a stale mark expires it at any age.
-  response->setContentInfo(std::make_shared<OspreyServiceContentInfo>(clock_->now(), false));
-  EXPECT_FALSE(response->isExpired());
-  response->setContentInfo(std::make_shared<OspreyServiceContentInfo>(clock_->now(), true));
-  EXPECT_TRUE(response->isExpired());
+  response.setContentInfo(std::make_shared<OspreyServiceContentInfo>(env.clock().now(), false));
+  EXPECT_FALSE(response.isExpired());
+  response.setContentInfo(std::make_shared<OspreyServiceContentInfo>(env.clock().now(), true));
+  ranked.setContentInfo(response.contentInfo());
+  EXPECT_TRUE(response.isExpired() && ranked.isExpired());
   // From the future (a clock set back): young, not expired.
-  response->setContentInfo(std::make_shared<OspreyServiceContentInfo>(dateByAddingTimeInterval(clock_->now(), 5000), false));
-  EXPECT_FALSE(response->isExpired());
+  response.setContentInfo(std::make_shared<OspreyServiceContentInfo>(dateByAddingTimeInterval(env.clock().now(), 5000), false));
+  EXPECT_FALSE(response.isExpired());
 }
 
 TEST(AdvertisementsResponseDiagnostics, ReportsEachDropWithItsPathInTheAnswer) {
