@@ -77,19 +77,14 @@ TEST(AdvertisementArchive, WrongVersionOrMissingIdRefusesTheWholeRecord) {
     c.encodeInteger(2, "codingVersion");
     c.encodeInteger(7, "advertisementId");
   }));
-  EXPECT_TRUE(decodes<AdvertisementTrigger>(1, {"triggerId", "eventKey"}));
-  EXPECT_FALSE(decodes<AdvertisementTrigger>(2, {"triggerId", "eventKey"}));
-  EXPECT_FALSE(decodes<AdvertisementTrigger>(1, {"triggerId"}));
-  EXPECT_TRUE(decodes<AdvertisementTarget>(1, {"targetId", "spaceKey"}));
-  EXPECT_FALSE(decodes<AdvertisementTarget>(0, {"targetId", "spaceKey"}));
-  EXPECT_FALSE(decodes<AdvertisementTarget>(1, {"spaceKey"}));
-  EXPECT_TRUE(decodes<AdvertisedApp>(1, {"appId"}));
-  EXPECT_FALSE(decodes<AdvertisedApp>(2, {"appId"}));
-  EXPECT_FALSE(decodes<AdvertisedApp>(1, {}));
+  EXPECT_TRUE(decodes<AdvertisementTrigger>(1, {"triggerId", "eventKey"}) &&
+              !decodes<AdvertisementTrigger>(2, {"triggerId", "eventKey"}) && !decodes<AdvertisementTrigger>(1, {"triggerId"}));
+  EXPECT_TRUE(decodes<AdvertisementTarget>(1, {"targetId", "spaceKey"}) &&
+              !decodes<AdvertisementTarget>(0, {"targetId", "spaceKey"}) && !decodes<AdvertisementTarget>(1, {"spaceKey"}));
+  EXPECT_TRUE(decodes<AdvertisedApp>(1, {"appId"}) && !decodes<AdvertisedApp>(2, {"appId"}) && !decodes<AdvertisedApp>(1, {}));
+  EXPECT_TRUE(decodes<ZTIAMResource>(std::nullopt, {"_key"}) && !decodes<ZTIAMResource>(std::nullopt, {"_value"}));
   EXPECT_TRUE(decodes<StoreAppInfo>(std::nullopt, {"_storeId"}));
   EXPECT_FALSE(scripted<StoreAppInfo>([](KeyedArchiver& c) { c.encodeInteger(5, "_storeId"); }));
-  EXPECT_TRUE(decodes<ZTIAMResource>(std::nullopt, {"_key"}));
-  EXPECT_FALSE(decodes<ZTIAMResource>(std::nullopt, {"_value"}));
 }
 
 TEST(AdvertisementArchive, MissingOrMistypedKeysLeaveDefaults) {

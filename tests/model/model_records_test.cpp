@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
-#include <type_traits>
 
 #include "iam/model/AdvertisedApp.h"
 #include "iam/model/Advertisement.h"
-#include "iam/model/AdvertisementConfigurationData.h"
 
 namespace iam {
 namespace {
@@ -16,28 +14,6 @@ ZTIAMResourceMap resources(std::initializer_list<std::pair<std::string, std::opt
   ZTIAMResourceMap map;
   for (const auto& [key, value] : entries) map[key] = std::make_shared<ZTIAMResource>(key, value);
   return map;
-}
-
-// Records are made with their identifiers: none has an initialiser without them.
-static_assert(!std::is_default_constructible_v<Advertisement> && !std::is_default_constructible_v<AdvertisedApp> &&
-              !std::is_default_constructible_v<StoreAppInfo> && !std::is_default_constructible_v<ZTIAMResource> &&
-              !std::is_default_constructible_v<AdvertisementTrigger> &&
-              !std::is_default_constructible_v<AdvertisementTarget> &&
-              !std::is_default_constructible_v<AdvertisementConfigurationData>);
-
-TEST(AdvertisementRecord, NewRecordsHaveTheDocumentedDefaults) {
-  Advertisement ad("ad-1");
-  EXPECT_FALSE(ad.name() || ad.startDate() || ad.maxImpressionCount() || ad.postponeDelay() || ad.advertisedApp());
-  EXPECT_FALSE(ad.postponeEnabled() || ad.ignoreGlobalMinimumPopupTimeInterval());
-  EXPECT_EQ((std::vector<std::int64_t>{ad.stateType(), ad.displayType(), ad.okActionType(), ad.dataSourceType()}),
-            (std::vector<std::int64_t>{ZTIAMAdvertisementStateTypeLive, ZTIAMAdvertisementDisplayTypeInvalid,
-                                       ZTIAMAdvertisementActionTypeOpenStore,
-                                       ZTIAMAdvertisementDataSourceTypeInAppMarketing}));
-
-  EXPECT_FALSE(AdvertisedApp("app").free() || AdvertisedApp("app").reviewUrl());
-  ZTAdvertisementConfigurationData request(std::make_shared<Advertisement>("ad"), nullptr, nullptr, nullptr);
-  EXPECT_EQ(request.delay(), 0.0);
-  EXPECT_TRUE(request.animated() && !request.force());
 }
 
 TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
@@ -75,7 +51,7 @@ TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"", "", "only c", ""}));
 }
 
-TEST(AdvertisementRecord, ResourceLookUpsTreatEmptyAsMissing) {
+TEST(AdvertisementRecord, AdvertisementLookUpsTreatEmptyAsMissingAppLookUpsDoNot) {
   Advertisement ad("ad");
   ad.setResources(resources({{"empty", ""}, {"none", std::nullopt}, {"text", "x"}, {"object", R"({"a": [1, 2], "b": "c"})"},
                              {"array", "[1, 2]"}, {"broken", R"({"a": )"}, {"number", "42"}}));
@@ -86,6 +62,13 @@ TEST(AdvertisementRecord, ResourceLookUpsTreatEmptyAsMissing) {
   for (const char* key : {"array", "number", "broken", "empty", "missing"}) {
     EXPECT_EQ(ad.resourceJSONValueFor(key), std::nullopt) << key;
   }
+
+  // Unlike an advertisement's look-up, an app's keeps empty values.
+  AdvertisedApp app("app");
+  app.setResources(resources({{"name", "Calendar"}, {"AppIcons", "https://icons.example.com/c.png"},
+                              {"iconUrl", "wrong"}, {"iconTitle", ""}, {"blank", std::nullopt}}));
+  EXPECT_EQ((Texts{app.name(), app.iconUrl(), app.iconTitle(), app.getResourceValue("blank"), app.getResourceValue("x")}),
+            (Texts{"Calendar", "https://icons.example.com/c.png", "", std::nullopt, std::nullopt}));
 }
 
 TEST(AdvertisementRecord, TriggersAndTargetsForAKeyMatchExactlyInInsertionOrder) {
@@ -154,15 +137,6 @@ TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   EXPECT_EQ(app.storedReviewUrl(), "");
   app.setReviewUrl("https://review.example.com/1");
   EXPECT_EQ(app.reviewUrl(), "https://review.example.com/1");
-}
-
-TEST(AdvertisedAppRecord, DerivedTextsReadNamedResourcesAndKeepEmptyValues) {
-  AdvertisedApp app("app");
-  app.setResources(resources({{"name", "Calendar"}, {"AppIcons", "https://icons.example.com/c.png"},
-                              {"iconUrl", "wrong"}, {"iconTitle", ""}, {"blank", std::nullopt}}));
-  // Unlike an advertisement's look-up, empty is a value here.
-  EXPECT_EQ((Texts{app.name(), app.iconUrl(), app.iconTitle(), app.getResourceValue("blank"), app.getResourceValue("x")}),
-            (Texts{"Calendar", "https://icons.example.com/c.png", "", std::nullopt, std::nullopt}));
 }
 
 }  // namespace

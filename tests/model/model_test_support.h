@@ -21,27 +21,20 @@ namespace iam::testing {
 // Every member present and away from its default, each text distinct.
 inline nlohmann::json validAdvertisement() {
   return nlohmann::json::parse(R"({
-    "id": "ad-1",
-    "name": "Spring",
+    "id": "ad-1", "name": "Spring", "display": {"id": 16}, "dataSource": {"id": 2}, "state": {"id": 2},
     "lifecycle": {"startTimestamp": 1700000000.5, "endTimestamp": 1800000000, "maxImpressionCount": 3,
                   "postponeEnabled": true, "postponeDelay": 7200},
-    "display": {"id": 16},
     "okAction": {"id": 1, "url": "https://store.example.com/app", "advertisementId": "other"},
-    "dataSource": {"id": 2},
-    "state": {"id": 2},
-    "ignoreGlobalMinimumPopupTimeInterval": true,
-    "advertisedApp": {"id": "app-1", "packageName": "com.example.app", "publisher": "Example",
-                      "storeUrl": "https://store.example.com/app", "rating": 4, "free": true,
+    "ignoreGlobalMinimumPopupTimeInterval": true, "resources": {"title": "Hello", "body": null},
+    "advertisedApp": {"id": "app-1", "packageName": "com.example.app", "publisher": "Example", "rating": 4, "free": true,
+                      "storeUrl": "https://store.example.com/app",
                       "resources": {"name": "App", "AppIcons": "https://i.example.com/a.png"},
-                      "storeInfo": {"id": 123456, "bundleId": "com.example.bundle", "name": "Store App",
-                                    "subtitle": "Sub", "iconTitle": "A", "icon": {"60": "u60", "100": "u100", "512": "u512"}}},
-    "resources": {"title": "Hello", "body": null},
-    "triggers": [{"id": "t1", "key": "appToForeground", "thresholdCount": 3, "displayDelay": 1.5,
-                  "maxFireCount": 2, "repeatIntervalCount": 5},
-                 {"id": "t2", "key": "settings"}],
+                      "storeInfo": {"id": 123456, "bundleId": "com.example.bundle", "name": "Store App", "subtitle": "Sub",
+                                    "iconTitle": "A", "icon": {"60": "u60", "100": "u100", "512": "u512"}}},
+    "triggers": [{"id": "t1", "key": "appToForeground", "thresholdCount": 3, "displayDelay": 1.5, "maxFireCount": 2,
+                  "repeatIntervalCount": 5}, {"id": "t2", "key": "settings"}],
     "targets": [{"id": "g1", "key": "feed", "customViewClass": "Cell", "rowIndex": 2, "rowRepeatInterval": 10,
-                 "sectionIndex": 0, "sectionRepeatInterval": 1}]
-  })");
+                 "sectionIndex": 0, "sectionRepeatInterval": 1}]})");
 }
 
 // Writes whatever `body` writes, under any class name: archives as an old or broken writer made them.

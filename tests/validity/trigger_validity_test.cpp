@@ -129,20 +129,27 @@ TEST_F(TriggerValidityTest, RepeatThresholdsFollowTheFireCount) {
   expectValid(*trigger_, false, belowRepeat("screenShown"));
 }
 
-TEST_F(TriggerValidityTest, PopupSpacingOverAllAdvertisements) {
+// Elapsed time since the latest popup impression of any listed advertisement, the trigger's own
+// included, must exceed the minimum; without a configuration the minimum is 0.
+TEST_F(TriggerValidityTest, PopupSpacingOverAllListedAdvertisements) {
   auto other = makeAdvertisement("other", ZTIAMAdvertisementDisplayTypeReviewQuestion);
   advertisements_.push_back(other);
   setImpression("other", at(0));
+  expectValid(*trigger_, false, tooRecent("0.000000"));  // stamped at this very instant
+  env_.clock().setNow(at(0.001));
+  expectValid(*trigger_, true);
   for (auto [now, valid] : {std::pair{599, false}, {600, false}, {601, true}}) {
     env_.clock().setNow(at(now));
     expectValid(*trigger_, valid, valid ? "" : tooRecent("600.000000"), config(600));
   }
-  // The trigger's own advertisement counts as well, and the latest impression decides.
   setImpression("ad", at(300));
   expectValid(*trigger_, false, tooRecent("600.000000"), config(600));
   EXPECT_EQ(Helper::mostRecentPopupAdvertisementImpressionDateForAdvertisements({other, ad_}, stats_), at(300));
+  // An impression stamped in the future (clock moved back) holds back.
+  setImpression("other", at(3600));
+  EXPECT_FALSE(Helper::popupImpressionTimeIntervalHasPassed(*trigger_, stats_, {other}, 0));
   // An advertisement that is not in the list does not count; with no list nothing has been seen.
-  advertisements_ = {other};
+  advertisements_ = {makeAdvertisement("unseen")};
   expectValid(*trigger_, true, "", config(600));
   advertisements_.clear();
   expectValid(*trigger_, true, "", config(600));
@@ -167,16 +174,6 @@ TEST_F(TriggerValidityTest, PopupSpacingExemptions) {
                     ZTIAMAdvertisementDisplayTypeReviewQuestion, static_cast<ZTIAMAdvertisementDisplayType>(7)}) {
     EXPECT_TRUE(Helper::shouldCheckForImpressionTimeintervalForDisplayType(type)) << type;
   }
-}
-
-TEST_F(TriggerValidityTest, MissingConfigMeansZeroSpacing) {
-  setImpression("ad", at(0));
-  expectValid(*trigger_, false, tooRecent("0.000000"));  // stamped at this very instant
-  env_.clock().setNow(at(0.001));
-  expectValid(*trigger_, true);
-  // An impression stamped in the future (clock moved back) holds back.
-  setImpression("ad", at(3600));
-  EXPECT_FALSE(Helper::popupImpressionTimeIntervalHasPassed(*trigger_, stats_, advertisements_, 0));
 }
 
 TEST_F(TriggerValidityTest, ChecksRunInOrderAndLogOnlyTheFirstRefusal) {
