@@ -17,9 +17,8 @@ std::string belowThreshold(const std::string& eventKey, int threshold) {
                                std::to_string(threshold));
 }
 std::string belowRepeat(const std::string& eventKey) {
-  return refusal(eventKey,
-                 "it has not reached its repeat treshold. Current count: [ZTSettings runCount], repeat treshold: "
-                 "nextTreshold");
+  return refusal(eventKey, "it has not reached its repeat treshold. Current count: [ZTSettings runCount], repeat "
+                           "treshold: nextTreshold");
 }
 std::string tooRecent(const std::string& seconds) {
   return refusal("screenShown", "it is too recent (< " + seconds + " seconds) another has been shown.");
@@ -53,9 +52,9 @@ class TriggerValidityTest : public ValidityTest {
     while (record->count() < count) record->incrementCount();
   }
   void setFireCount(const AdvertisementTrigger& trigger, std::int64_t count) {
-    auto record = stats_.getAdvertisementStatsByAdvertisementId(trigger.advertisement()->advertisementId());
-    auto triggerStats = record->getTriggerStatsWithTriggerId(trigger.triggerId());
-    while (triggerStats->count() < count) triggerStats->incrementCount();
+    auto record = stats_.getAdvertisementStatsByAdvertisementId(trigger.advertisement()->advertisementId())
+                      ->getTriggerStatsWithTriggerId(trigger.triggerId());
+    while (record->count() < count) record->incrementCount();
   }
   void setImpression(const std::string& advertisementId, Date date) {
     stats_.getAdvertisementStatsByAdvertisementId(advertisementId)->setMostRecentImpressionDate(date);
