@@ -134,8 +134,7 @@ TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   const std::string tail = "/WebObjects/MZStore.woa/wa/viewContentsUserReviews?type=Purple+Software&id=123";
   EXPECT_EQ(derived.rfind("itms-apps://", 0), 0u) << derived;
   EXPECT_TRUE(derived.size() > tail.size() && derived.substr(derived.size() - tail.size()) == tail) << derived;
-  EXPECT_EQ(app.storedReviewUrl(), "");
-  app.setReviewUrl("https://review.example.com/1");
+  app.setReviewUrl("https://review.example.com/1");  // a stored link wins over the derived one
   EXPECT_EQ(app.reviewUrl(), "https://review.example.com/1");
 }
 
