@@ -16,6 +16,7 @@
 #include "iam/manager/ZTInAppMarketingManager.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/SQLitePreferencesStore.h"
+#include "iam/platform/ZTSettings.h"
 #include "iam/service/AdvertisementsResponseParser.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
 

@@ -62,13 +62,17 @@ class ManagerTest : public ::testing::Test {
     IAMWebService::setDefaultBaseUrl(service_.baseUrl());
   }
   void TearDown() override {
-    ZTInAppMarketingManager::resetSharedInstanceForTesting();
-    manager_.reset();
-    env_.settle();
+    dropManager();
     IAMWebService::setDefaultBaseUrl(std::nullopt);
     Bundle::mainBundle().setInfoDictionaryValue("CFBundleShortVersionString", std::nullopt);
   }
 
+  // Lets the manager go as an app that ends does: its saves finish first.
+  void dropManager() {
+    ZTInAppMarketingManager::resetSharedInstanceForTesting();
+    manager_.reset();
+    env_.settle();
+  }
   // Runs the main loop until no request of the manager is in flight, then lets saves finish.
   void finishRequests() {
     ASSERT_TRUE(RunLoop::main().runUntil(
@@ -76,12 +80,11 @@ class ManagerTest : public ::testing::Test {
         10));
     env_.settle();
   }
-  std::shared_ptr<ZTInAppMarketingManager> activeManager() {
+  void activeManager() {
     manager_ = ZTInAppMarketingManager::create();
     manager_->addDelegate(observer_);
     manager_->setActive(true);
     finishRequests();
-    return manager_;
   }
 
   testing::TestEnvironment env_;
@@ -96,8 +99,6 @@ TEST_F(ManagerTest, ActivationFetchesInTheForegroundAndWaitsInTheBackground) {
   activeManager();
   EXPECT_TRUE(env_.log().contains("IAM: Activating the in app marketing manager."));
   EXPECT_EQ(service_.requestCount(kAds), 1u);
-  EXPECT_EQ(ids(manager_->advertisements()), (std::vector<std::string>{"a", "b"}));
-  EXPECT_EQ(manager_->appConfiguration()->minimumPopupImpressionTimeInterval(), 90);
   auto timer = manager_->autoUpdateTimer();
   ASSERT_TRUE(timer);
   manager_->setActive(true);  // same value: nothing
@@ -117,7 +118,6 @@ TEST_F(ManagerTest, ActivationFetchesInTheForegroundAndWaitsInTheBackground) {
   manager_->setActive(true);
   EXPECT_TRUE(env_.log().messages().empty());  // info lines are off
   env_.clock().advance(2 * kDay);
-  manager_->setActive(true);
   EXPECT_FALSE(manager_->autoUpdateTimer());
   EXPECT_FALSE(manager_->activeAdvertisementsRequestTicket());
   platform_.application().setApplicationState(UIApplicationStateActive);
@@ -127,21 +127,7 @@ TEST_F(ManagerTest, ActivationFetchesInTheForegroundAndWaitsInTheBackground) {
   EXPECT_EQ(service_.requestCount(kAds), 2u);
 }
 
-TEST_F(ManagerTest, TwoUpdateCallsMakeOneRequest) {
-  manager_ = ZTInAppMarketingManager::create();
-  manager_->performAdvertisementUpdateCall();
-  manager_->performAdvertisementUpdateCall();
-  finishRequests();
-  EXPECT_EQ(service_.requestCount(kAds), 1u);
-  manager_->forceRefreshOfData();  // inactive: nothing
-  manager_->setBoughtAdFreeUpgrade(false);  // unchanged: nothing
-  manager_->setBoughtAdFreeUpgrade(true);   // changed: fetches while inactive, with the flag
-  finishRequests();
-  EXPECT_EQ(service_.requestCount(kAds), 2u);
-  EXPECT_EQ(json::parse(service_.lastRequest()->body).at("boughtAdFree"), true);
-}
-
-TEST_F(ManagerTest, NotModifiedRenewsTheContentInfoSavesAndStillTellsObservers) {
+TEST_F(ManagerTest, NotModifiedRenewsTheContentInfoAndStillTellsObserversAFailureChangesNothing) {
   activeManager();
   const auto response = manager_->mostRecentAdvertisementResponse();
   const auto etag = response->etag();
@@ -150,17 +136,28 @@ TEST_F(ManagerTest, NotModifiedRenewsTheContentInfoSavesAndStillTellsObservers) 
   const Date expiredAt = env_.clock().now();
   env_.advance(30);  // the timer finds the data expired
   finishRequests();
-  EXPECT_EQ(service_.requestCount(kAds), 2u);
   EXPECT_EQ(service_.lastRequest()->ifNoneMatch, etag);
   EXPECT_EQ(service_.lastRequest()->answeredStatus, 304);
   EXPECT_EQ(manager_->mostRecentAdvertisementResponse(), response);
   const Date renewed = response->contentInfo()->localCreatedAt();
   EXPECT_GE(renewed, expiredAt);
-  EXPECT_FALSE(response->isExpired());
   EXPECT_EQ(*observer_->calls, (std::vector<std::string>{"ads:2", "config:same"}));
   // Saved: a new manager reads the renewed content info.
   auto restarted = ZTInAppMarketingManager::create();
   EXPECT_EQ(restarted->mostRecentAdvertisementResponse()->contentInfo()->localCreatedAt(), renewed);
+
+  const auto cached = env_.preferences()->dataForKey(ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey);
+  observer_->calls->clear();
+  service_.failWithStatus(500);
+  manager_->performAdvertisementUpdateCall();
+  finishRequests();
+  const auto errors = env_.log().messages(LogLevel::Error);
+  ASSERT_EQ(errors.size(), 1u);
+  EXPECT_TRUE(errors[0].starts_with("IAM: Unable to retrieve advertisements: ")) << errors[0];
+  EXPECT_EQ(manager_->mostRecentAdvertisementResponse(), response);
+  EXPECT_TRUE(manager_->oldAdvertisements().empty());
+  EXPECT_TRUE(observer_->calls->empty());
+  EXPECT_EQ(env_.preferences()->dataForKey(ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey), cached);
 }
 
 TEST_F(ManagerTest, NewAnswerKeepsTheReplacedAdsAndFetchesRankedAppsOnlyWhenNeeded) {
@@ -187,56 +184,34 @@ TEST_F(ManagerTest, NewAnswerKeepsTheReplacedAdsAndFetchesRankedAppsOnlyWhenNeed
   manager_->setBoughtAdFreeUpgrade(false);
   finishRequests();
   EXPECT_EQ(service_.requestCount(kRanked), 2u);  // expired: fetched after the answer
+  EXPECT_EQ(observer_->calls->back(), "ranked:1");
   EXPECT_EQ(manager_->oldAdvertisements().size(), 5u);
-  EXPECT_EQ(manager_->nativeQualityNetworkRankedApps()->size(), 1u);
-}
-
-TEST_F(ManagerTest, FailedAnswerChangesNothing) {
-  activeManager();
-  const auto response = manager_->mostRecentAdvertisementResponse();
-  const auto cached = env_.preferences()->dataForKey(ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey);
-  observer_->calls->clear();
-  service_.failWithStatus(500);
-  manager_->performAdvertisementUpdateCall();
-  finishRequests();
-  int errors = 0;
-  for (const auto& line : env_.log().messages(LogLevel::Error))
-    errors += line.rfind("IAM: Unable to retrieve advertisements: ", 0) == 0;
-  EXPECT_EQ(errors, 1);
-  EXPECT_EQ(manager_->mostRecentAdvertisementResponse(), response);
-  EXPECT_TRUE(manager_->oldAdvertisements().empty());
-  EXPECT_TRUE(observer_->calls->empty());
-  EXPECT_EQ(env_.preferences()->dataForKey(ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey), cached);
 }
 
 TEST_F(ManagerTest, CachedAnswerSurvivesARestartOverTheSameFile) {
   testing::ScratchDirectory scratch;
   PreferencesStore::setStandard(SQLitePreferencesStore::open(scratch.file("prefs.sqlite")));
   activeManager();
-  const auto etag = manager_->mostRecentAdvertisementResponse()->etag();
-  ZTInAppMarketingManager::resetSharedInstanceForTesting();
-  manager_.reset();
-  env_.settle();
+  dropManager();
   PreferencesStore::setStandard(SQLitePreferencesStore::open(scratch.file("prefs.sqlite")));
 
   env_.setInfoLogEnabled(true);
   manager_ = ZTInAppMarketingManager::create();
   EXPECT_TRUE(env_.log().contains("IAM: Cached advertisement response found."));
   EXPECT_EQ(ids(manager_->advertisements()), (std::vector<std::string>{"a", "b"}));
-  EXPECT_EQ(manager_->mostRecentAdvertisementResponse()->etag(), etag);
   manager_->setActive(true);  // fresh: no request
   EXPECT_FALSE(manager_->activeAdvertisementsRequestTicket());
-  EXPECT_EQ(service_.requestCount(kAds), 1u);
-  ZTInAppMarketingManager::resetSharedInstanceForTesting();
-  manager_.reset();
-  env_.settle();
-  PreferencesStore::setStandard(env_.preferences());
 }
 
 TEST_F(ManagerTest, ResetAndResetAllStatsEachLeaveTheOtherHalfAlone) {
   activeManager();
   manager_->setNativeQualityNetworkEnabled(true);
   finishRequests();
+  manager_->statsHelper().handleAppEventWithKey("opened");
+  manager_->resetAllStats();
+  EXPECT_EQ(manager_->getAppEventStatsByEventKey("opened")->count(), 0);
+  EXPECT_EQ(ids(manager_->advertisements()), (std::vector<std::string>{"a", "b"}));
+
   manager_->statsHelper().handleAppEventWithKey("opened");
   manager_->reset();
   env_.settle();
@@ -246,15 +221,9 @@ TEST_F(ManagerTest, ResetAndResetAllStatsEachLeaveTheOtherHalfAlone) {
   auto restarted = ZTInAppMarketingManager::create();
   EXPECT_FALSE(restarted->advertisements());
   EXPECT_TRUE(restarted->nativeQualityNetworkRankedApps());
-
-  manager_->forceRefreshOfData();
-  finishRequests();
-  manager_->resetAllStats();
-  EXPECT_EQ(manager_->getAppEventStatsByEventKey("opened")->count(), 0);
-  EXPECT_EQ(ids(manager_->advertisements()), (std::vector<std::string>{"a", "b"}));
 }
 
-TEST_F(ManagerTest, ReleasedObserverIsNoLongerCalled) {
+TEST_F(ManagerTest, TwoUpdateCallsMakeOneRequestAndAReleasedObserverIsNoLongerCalled) {
   manager_ = ZTInAppMarketingManager::create();
   auto leaving = std::make_shared<RecordingObserver>();
   manager_->addDelegate(observer_);
@@ -263,11 +232,17 @@ TEST_F(ManagerTest, ReleasedObserverIsNoLongerCalled) {
   EXPECT_EQ(manager_->delegates().size(), 2u);
   const auto leavingCalls = leaving->calls;
   manager_->performAdvertisementUpdateCall();
+  manager_->performAdvertisementUpdateCall();
   finishRequests();
+  EXPECT_EQ(service_.requestCount(kAds), 1u);
   EXPECT_EQ(*leavingCalls, *observer_->calls);
+  manager_->forceRefreshOfData();           // inactive: nothing
+  manager_->setBoughtAdFreeUpgrade(false);  // unchanged: nothing
+  EXPECT_FALSE(manager_->activeAdvertisementsRequestTicket());
   leaving.reset();
-  manager_->setBoughtAdFreeUpgrade(true);
+  manager_->setBoughtAdFreeUpgrade(true);  // changed: fetches while inactive, with the flag
   finishRequests();
+  EXPECT_EQ(json::parse(service_.lastRequest()->body).at("boughtAdFree"), true);
   EXPECT_EQ(observer_->calls->size(), 4u);
   EXPECT_EQ(leavingCalls->size(), 2u);
   EXPECT_EQ(manager_->delegates().size(), 1u);
@@ -280,29 +255,29 @@ TEST_F(ManagerTest, ReleasedObserverIsNoLongerCalled) {
 TEST_F(ManagerTest, LaunchAfterAVersionChangeBecomesAppUpdatedOnce) {
   auto storage = std::make_shared<InAppMarketingPreferencesStorage>();
   manager_ = ZTInAppMarketingManager::create(storage);
-  auto& bundle = Bundle::mainBundle();
-  EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor("appToForeground"), "appToForeground");  // no version
-  EXPECT_FALSE(storage->lastVersion());
-  bundle.setInfoDictionaryValue("CFBundleShortVersionString", "1.0");
-  EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor("appToForeground"), "appToForeground");  // first run
-  EXPECT_EQ(storage->lastVersion(), "1.0");
-  bundle.setInfoDictionaryValue("CFBundleShortVersionString", "1.1");
-  EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor("System - app updated"), "System - app updated");
-  EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor("screen"), "screen");
-  EXPECT_EQ(storage->lastVersion(), "1.0");  // other keys store nothing
-  EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor("appToForeground"), "System - app updated");
-  EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor("appToForeground"), "appToForeground");
-  bundle.setInfoDictionaryValue("CFBundleShortVersionString", "1.0");  // a downgrade counts too
-  EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor("appToForeground"), "System - app updated");
-  bundle.setInfoDictionaryValue("CFBundleShortVersionString", "");
-  EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor("appToForeground"), "appToForeground");
-  EXPECT_EQ(storage->lastVersion(), "1.0");
-
-  // The version lives in the preferences under its own name; anything but a text there reads as none.
-  EXPECT_TRUE(env_.preferences()->dataForKey("InAppMarketingManagerStorageType.lastVersion"));
+  struct Step {
+    std::optional<std::string> appVersion;
+    std::string key, expected;
+    std::optional<std::string> stored;
+  };
+  const std::string launch = "appToForeground", updated = "System - app updated";
+  const Step steps[] = {{std::nullopt, launch, launch, std::nullopt},  // no version: nothing stored
+                        {"1.0", launch, launch, "1.0"},                // first run
+                        {"1.1", updated, updated, "1.0"},              // other keys pass, store nothing
+                        {"1.1", "screen", "screen", "1.0"},
+                        {"1.1", launch, updated, "1.1"},               // once per change
+                        {"1.1", launch, launch, "1.1"},
+                        {"1.0", launch, updated, "1.0"},               // a downgrade counts too
+                        {"", launch, launch, "1.0"}};
+  for (const auto& step : steps) {
+    Bundle::mainBundle().setInfoDictionaryValue("CFBundleShortVersionString", step.appVersion);
+    EXPECT_EQ(manager_->appLaunchToAppUpdatedIfNeededFor(step.key), step.expected) << step.key;
+    EXPECT_EQ(storage->lastVersion(), step.stored) << step.key;
+  }
+  // Kept in the preferences under its own name; anything but a text there reads as none.
   KeyedArchiver archiver;
   archiver.writeInteger(7);
-  env_.preferences()->setData(archiver.takeData(), "InAppMarketingManagerStorageType.lastVersion");
+  EXPECT_TRUE(env_.preferences()->setData(archiver.takeData(), "InAppMarketingManagerStorageType.lastVersion"));
   EXPECT_FALSE(storage->lastVersion());
 }
 

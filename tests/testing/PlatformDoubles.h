@@ -13,22 +13,21 @@ namespace iam::testing {
 
 // The screen services a test drives, installed for its lifetime and put back to the defaults
 // afterwards: an application whose state the test sets (posting the platform's notifications), a
-// fresh popup conductor, a split-screen switch and a review handler that counts. Main thread.
+// fresh popup conductor and a split-screen switch; review requests are counted from its start.
+// Main thread.
 class PlatformDoubles {
  public:
   PlatformDoubles()
       : application_(std::make_shared<BridgedApplication>()),
         conductor_(std::make_shared<ZTPopupConductor>()),
-        reviews_(std::make_shared<std::atomic<int>>(0)),
+        reviewsBefore_(SKStoreReviewController::requestCount()),
         splitScreen_(std::make_shared<std::atomic<bool>>(false)) {
     Application::setShared(application_);
     ZTPopupConductor::setDefaultInstance(conductor_);
-    SKStoreReviewController::setRequestReviewHandler([reviews = reviews_] { ++*reviews; });
     IdiomTools::setSplitScreenModeProvider([split = splitScreen_] { return split->load(); });
   }
   ~PlatformDoubles() {
     IdiomTools::setSplitScreenModeProvider(nullptr);
-    SKStoreReviewController::setRequestReviewHandler(nullptr);
     ZTPopupConductor::setDefaultInstance(nullptr);
     Application::setShared(nullptr);
   }
@@ -37,13 +36,13 @@ class PlatformDoubles {
 
   BridgedApplication& application() { return *application_; }
   ZTPopupConductor& conductor() { return *conductor_; }
-  int reviewRequests() const { return reviews_->load(); }
+  std::uint64_t reviewRequests() const { return SKStoreReviewController::requestCount() - reviewsBefore_; }
   void setSplitScreen(bool on) { splitScreen_->store(on); }
 
  private:
   const std::shared_ptr<BridgedApplication> application_;
   const std::shared_ptr<ZTPopupConductor> conductor_;
-  const std::shared_ptr<std::atomic<int>> reviews_;
+  const std::uint64_t reviewsBefore_;
   const std::shared_ptr<std::atomic<bool>> splitScreen_;
 };
 
