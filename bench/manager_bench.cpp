@@ -144,6 +144,30 @@ void BM_ManagerColdStart(benchmark::State& state) {
   state.counters["storedBytes"] = static_cast<double>(data.bytes());
 }
 
+// The parts of a cold start: the cached answer alone, and the statistics store alone.
+void BM_LoadCachedAnswer(benchmark::State& state) {
+  stored(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    auto response = ZTSettings::getUnarchivedObjectOfClassForKey<AdvertisementsRequestResponse>(
+        ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey);
+    benchmark::DoNotOptimize(response);
+    state.PauseTiming();
+    response.reset();
+    state.ResumeTiming();
+  }
+}
+
+void BM_LoadStatistics(benchmark::State& state) {
+  stored(static_cast<int>(state.range(0)));
+  for (auto _ : state) {
+    auto stats = std::make_unique<ZTIAMStatsHelper>();
+    benchmark::DoNotOptimize(stats);
+    state.PauseTiming();
+    stats.reset();
+    state.ResumeTiming();
+  }
+}
+
 // The floor: the same three values read from the same store and unpacked, nothing built from them.
 void BM_ReadAndUnpackBaseline(benchmark::State& state) {
   auto& data = stored(static_cast<int>(state.range(0)));
@@ -162,6 +186,8 @@ void BM_ReadAndUnpackBaseline(benchmark::State& state) {
 }
 
 BENCHMARK(BM_ManagerColdStart)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_LoadCachedAnswer)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
+BENCHMARK(BM_LoadStatistics)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
 BENCHMARK(BM_ReadAndUnpackBaseline)->Arg(100)->Arg(1000)->Unit(benchmark::kMillisecond)->UseRealTime();
 
 }  // namespace
