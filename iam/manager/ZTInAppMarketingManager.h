@@ -1,0 +1,96 @@
+#pragma once
+
+#include <memory>
+#include <optional>
+#include <set>
+#include <string>
+#include <string_view>
+#include <vector>
+
+#include "iam/manager/ZTInAppMarketingManagerAdvertisementHandlerDelegate.h"
+#include "iam/manager/ZTInAppMarketingManagerDelegate.h"
+#include "iam/manager/ZTInAppMarketingManagerLogic.h"
+#include "iam/manager/ZTInAppMarketingManagerStorageType.h"
+#include "iam/model/ZTIAMAdvertisementDisplayType.h"
+#include "iam/presentation/ZTIAMAdvertisementPresenter.h"
+
+namespace iam {
+
+// The host's analytics manager, kept by the manager for the host; the library never calls it.
+class ZTAnalyticsManager {
+ public:
+  virtual ~ZTAnalyticsManager() = default;
+};
+
+// The library's public entry: the shared manager that owns the data, the statistics and the
+// presenter, and tells its observers about new data.
+//
+// Every manager made becomes the shared one (a host or a test installs its own that way); the
+// shared one lives until another replaces it. Before creating it, install the platform services
+// (clock, preferences, application, popup conductor, review handler) and the service's address.
+// Main thread, except where the base class says otherwise.
+class ZTInAppMarketingManager : public ZTInAppMarketingManagerLogic {
+  struct Passkey {};
+
+ public:
+  static constexpr std::string_view kLogFile = "InAppMarketing/source/UI/ZTInAppMarketingManager/_ZTInAppMarketingManager";
+
+  // The shared manager; made over the standard preferences store if there is none yet.
+  static std::shared_ptr<ZTInAppMarketingManager> sharedInstance();
+  // A manager over the standard preferences store, which becomes the shared one.
+  static std::shared_ptr<ZTInAppMarketingManager> create();
+  // A manager keeping the last app version in `storage`, which becomes the shared one.
+  static std::shared_ptr<ZTInAppMarketingManager> create(std::shared_ptr<ZTInAppMarketingManagerStorageType> storage);
+  // Drops the shared manager (it ends once no one else holds it), so that a test ends its own.
+  static void resetSharedInstanceForTesting();
+
+  ZTInAppMarketingManager(Passkey, std::shared_ptr<ZTInAppMarketingManagerStorageType> storage);
+  ~ZTInAppMarketingManager() override;
+
+  // Observers, held weakly. Adding one twice keeps one entry.
+  void addDelegate(const std::shared_ptr<ZTInAppMarketingManagerDelegate>& delegate);
+  void removeDelegate(const std::shared_ptr<ZTInAppMarketingManagerDelegate>& delegate);
+  // The observers still alive, in the order they were added.
+  std::vector<std::shared_ptr<ZTInAppMarketingManagerDelegate>> delegates() const;
+
+  std::shared_ptr<ZTInAppMarketingManagerAdvertisementHandlerDelegate> advertisementHandlerDelegate() const {
+    return advertisementHandlerDelegate_.lock();
+  }
+  void setAdvertisementHandlerDelegate(const std::shared_ptr<ZTInAppMarketingManagerAdvertisementHandlerDelegate>& value) {
+    advertisementHandlerDelegate_ = value;
+  }
+  const std::shared_ptr<ZTAnalyticsManager>& analyticsManager() const { return analyticsManager_; }
+  void setAnalyticsManager(std::shared_ptr<ZTAnalyticsManager> value) { analyticsManager_ = std::move(value); }
+
+  const std::shared_ptr<ZTIAMAdvertisementPresenter>& advertisementPresenter() const { return advertisementPresenter_; }
+  const std::shared_ptr<ZTInAppMarketingManagerStorageType>& storage() const { return storage_; }
+  const std::set<ZTIAMAdvertisementDisplayType>& disabledDisplayTypes() const { return disabledDisplayTypes_; }
+
+  // Keeps both interstitial types of the outside ad network from being triggered by app events,
+  // for good.
+  void disableInterstitials();
+  // Exists so that hosts can call it; shows nothing.
+  void showDebugPanel() {}
+
+  // The event key to count for `eventKey`: the first foreground event after the app's version
+  // changed becomes "System - app updated", and the new version is kept. Any other key is
+  // returned as it is.
+  std::string appLaunchToAppUpdatedIfNeededFor(const std::string& eventKey);
+
+ protected:
+  void receivedAdvertisements() override;
+  void receivedNativeQualityNetwork() override;
+  void updated(const std::shared_ptr<ZTIAMAppConfigType>& configuration,
+               const std::shared_ptr<ZTIAMAppConfigType>& oldConfiguration) override;
+
+ private:
+  // Main thread. Observers that are gone are skipped and dropped at the next walk.
+  std::vector<std::weak_ptr<ZTInAppMarketingManagerDelegate>> delegates_;
+  std::shared_ptr<ZTIAMAdvertisementPresenter> advertisementPresenter_;
+  std::shared_ptr<ZTInAppMarketingManagerStorageType> storage_;
+  std::set<ZTIAMAdvertisementDisplayType> disabledDisplayTypes_;
+  std::shared_ptr<ZTAnalyticsManager> analyticsManager_;
+  std::weak_ptr<ZTInAppMarketingManagerAdvertisementHandlerDelegate> advertisementHandlerDelegate_;
+};
+
+}  // namespace iam
