@@ -140,8 +140,7 @@ TEST_F(ReflectionTest, EveryFieldRoundTripsAndDirectWritesMatchTheBoxedForm) {
 
 TEST_F(ReflectionTest, UnsupportedFieldsAndThoseTheCallerLeavesOutAreListedAndSkippedQuietlyOnDecode) {
   auto original = filledSample();
-  int target = 5;
-  original->pointer_ = &target;
+  original->pointer_ = &original->baseValue_;
   original->opaque_ = std::make_shared<Opaque>();
   const Data data = archive(testing::ScriptedArchive<Sample>([&](KeyedArchiver& c) {
     original->automatedEncodeWithEncoder(c, {"_name", "_big"});

@@ -41,8 +41,7 @@ TEST(StatsConcurrencyTest, TwoCountingThreadsLoseNothingInMemoryOrOnDisk) {
         default: helper->handleAppEventWithKey("launch"); break;
       }
       // New records appear while saves walk the maps.
-      if (i % kLookUpEvery == 0)
-        helper->getAdvertisementStatsByAdvertisementId(std::to_string(seed) + "-" + std::to_string(i));
+      if (i % kLookUpEvery == 0) helper->getAdvertisementStatsByAdvertisementId(std::to_string(seed * 100'000 + i));
     }
   };
   std::thread evaluation(count, 0);
