@@ -48,20 +48,14 @@ class TransportTest : public ::testing::Test {
     service.encryptionDetails().setKey("secret-key");
     service.setVersion("v1");
     auto request = service.createRequestFor(method, std::move(body));
-    if (!request) {
-      ADD_FAILURE() << "no request for " << baseUrl;
-      return nullptr;
-    }
+    EXPECT_TRUE(request) << baseUrl;
+    if (!request) return nullptr;
     request->httpConfig().setTimeoutInterval(5);
     if (configure) configure(*request);
     Result result;
     int calls = 0;
     bool onMain = false;
-    request->setCompletionHandler([&](const Result& r) {
-      result = r;
-      ++calls;
-      onMain = RunLoop::main().isMainThread();
-    });
+    request->setCompletionHandler([&](const Result& r) { result = r, ++calls, onMain = RunLoop::main().isMainThread(); });
     auto ticket = service.execute(request);
     EXPECT_FALSE(ticket->isFinished());
     EXPECT_TRUE(RunLoop::main().runUntil([&] { return calls > 0; }, 10));
