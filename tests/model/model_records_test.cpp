@@ -71,21 +71,25 @@ TEST(AdvertisementRecord, AdvertisementLookUpsTreatEmptyAsMissingAppLookUpsDoNot
             (Texts{"Calendar", "https://icons.example.com/c.png", "", std::nullopt, std::nullopt}));
 }
 
-TEST(AdvertisementRecord, TriggersAndTargetsForAKeyMatchExactlyInInsertionOrder) {
-  auto ad = std::make_shared<Advertisement>("ad");
+TEST(AdvertisementRecord, TriggersAndTargetsForAKeyMatchExactlyInOrderAndDoNotOwnIt) {
   auto launch1 = std::make_shared<AdvertisementTrigger>("t1", "appToForeground");
-  auto other = std::make_shared<AdvertisementTrigger>("t2", "appToForegroundX");
   auto launch2 = std::make_shared<AdvertisementTrigger>("t3", "appToForeground");
-  auto upper = std::make_shared<AdvertisementTrigger>("t4", "AppToForeground");
-  ad->setTriggers({launch1, other, launch2, upper});
-  EXPECT_EQ(ad->triggersFor("appToForeground").members(), (std::vector{launch1, launch2}));
-  EXPECT_TRUE(ad->triggersFor("appTo").empty());
-
   auto list = std::make_shared<AdvertisementTarget>("g1", "list");
-  auto grid = std::make_shared<AdvertisementTarget>("g2", "grid");
-  ad->setTargets({list, grid});
-  EXPECT_EQ(ad->targetsFor("list").members(), std::vector{list});
-  EXPECT_TRUE(ad->targetsFor("List").empty());
+  {
+    auto ad = std::make_shared<Advertisement>("ad");
+    ad->setTriggers({launch1, std::make_shared<AdvertisementTrigger>("t2", "appToForegroundX"), launch2,
+                     std::make_shared<AdvertisementTrigger>("t4", "AppToForeground")});
+    ad->setTargets({list, std::make_shared<AdvertisementTarget>("g2", "grid")});
+    EXPECT_EQ(ad->triggersFor("appToForeground").members(), (std::vector{launch1, launch2}));
+    EXPECT_TRUE(ad->triggersFor("appTo").empty());
+    EXPECT_EQ(ad->targetsFor("list").members(), std::vector{list});
+    EXPECT_TRUE(ad->targetsFor("List").empty());
+    launch1->setAdvertisement(ad);
+    list->setAdvertisement(ad);
+    EXPECT_TRUE(launch1->advertisement() == ad && list->advertisement() == ad);
+  }
+  // The advertisement is gone once its last owner is: no cycle keeps it alive.
+  EXPECT_FALSE(launch1->advertisement() || list->advertisement());
 }
 
 TEST(IdentitySetTest, HoldsEachObjectOnceAndEqualLookingObjectsSeparately) {
@@ -108,21 +112,6 @@ TEST(IdentitySetTest, HoldsEachObjectOnceAndEqualLookingObjectsSeparately) {
   EXPECT_EQ(set.members(), many);
   EXPECT_TRUE(set.contains(many[30]));
   EXPECT_FALSE(set.contains(std::make_shared<AdvertisementTrigger>("0", "key")));
-}
-
-TEST(TriggerAndTargetRecords, BackReferencesDoNotOwnTheAdvertisement) {
-  auto trigger = std::make_shared<AdvertisementTrigger>("t", "e");
-  auto target = std::make_shared<AdvertisementTarget>("g", "s");
-  {
-    auto ad = std::make_shared<Advertisement>("ad");
-    trigger->setAdvertisement(ad);
-    target->setAdvertisement(ad);
-    ad->setTriggers({trigger});
-    ad->setTargets({target});
-    EXPECT_TRUE(trigger->advertisement() == ad && target->advertisement() == ad);
-  }
-  // The advertisement is gone once its last owner is: no cycle keeps it alive.
-  EXPECT_FALSE(trigger->advertisement() || target->advertisement());
 }
 
 TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {

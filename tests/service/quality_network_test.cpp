@@ -39,10 +39,9 @@ TEST(QualityNetworkParserTest, MapsRankedAppsInOrderAndDropsBadOnes) {
   EXPECT_EQ(response->maximumAge(), 86400);
   auto apps = response->qualityNetworkRankedApps();
   ASSERT_EQ(apps.size(), 2u);
-  EXPECT_EQ(apps[0]->rankedAppId(), "b");
-  EXPECT_EQ(apps[0]->priority(), ZTIAMQualityNetworkPriorityMedium);
-  EXPECT_EQ(apps[1]->rankedAppId(), "sparse");
-  EXPECT_EQ(apps[1]->priority(), ZTIAMQualityNetworkPriorityLow);
+  EXPECT_EQ((std::pair{apps[0]->rankedAppId(), apps[1]->rankedAppId()}), (std::pair<std::string, std::string>{"b", "sparse"}));
+  EXPECT_EQ((std::pair{apps[0]->priority(), apps[1]->priority()}),
+            (std::pair{ZTIAMQualityNetworkPriorityMedium, ZTIAMQualityNetworkPriorityLow}));
   const auto& first = *apps[0];
   EXPECT_TRUE(first.showFreeBadge());
   ASSERT_TRUE(first.advertisedApp());
