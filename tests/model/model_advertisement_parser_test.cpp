@@ -3,7 +3,6 @@
 #include <cstdint>
 #include <limits>
 #include <nlohmann/json.hpp>
-#include <simdjson.h>
 
 #include "iam/model/AdvertisementParser.h"
 #include "model/model_test_support.h"
@@ -21,85 +20,73 @@ std::shared_ptr<Advertisement> parse(const json& j, ZTIAMParseDiagnostics* diagn
   return AdvertisementParser().parse(j.dump(), diagnostics);
 }
 
-json with(json j, const json::json_pointer& pointer, json value) {
-  j[pointer] = std::move(value);
+json with(json j, const std::string& pointer, json value) {
+  j[json::json_pointer(pointer)] = std::move(value);
   return j;
 }
 
-json without(json j, const json::json_pointer& pointer) {
-  j[pointer.parent_pointer()].erase(pointer.back());
+json without(json j, const std::string& pointer) {
+  const json::json_pointer p(pointer);
+  j[p.parent_pointer()].erase(p.back());
   return j;
 }
 
 TEST(AdvertisementParserTest, MapsEveryMemberOfAValidAdvertisement) {
   auto ad = parse(validAdvertisement());
-  ASSERT_TRUE(ad);
-  EXPECT_EQ((Texts{ad->advertisementId(), ad->name(), ad->okActionMeta()}),
-            (Texts{"ad-1", "Spring", "https://store.example.com/app"}));
+  ASSERT_TRUE(ad && ad->advertisedApp() && ad->advertisedApp()->storeInfo());
+  const auto& app = *ad->advertisedApp();
+  const auto& info = *app.storeInfo();
+  EXPECT_EQ((Texts{ad->advertisementId(), ad->name(), ad->okActionMeta(), app.appId(), app.packageName(), app.publisher(),
+                   app.storeUrl(), app.storedReviewUrl(), app.rating(), app.name(), app.iconUrl(), info.storeId(),
+                   info.bundleIdentifier(), info.name(), info.subtitle(), info.iconTitle(), info.icon60x60Url(),
+                   info.icon100x100Url(), info.icon512x512Url()}),
+            (Texts{"ad-1", "Spring", "https://store.example.com/app", "app-1", "com.example.app", "Example",
+                   "https://store.example.com/app", std::nullopt, "4.0", "App", "https://i.example.com/a.png", "123456",
+                   "com.example.bundle", "Store App", "Sub", "A", "u60", "u100", "u512"}));
   EXPECT_EQ(ad->startDate(), dateWithTimeIntervalSince1970(1700000000.5));
   EXPECT_EQ(ad->endDate(), dateWithTimeIntervalSince1970(1800000000));
-  EXPECT_EQ(ad->maxImpressionCount(), 3);
-  EXPECT_TRUE(ad->postponeEnabled());
   EXPECT_EQ(ad->postponeDelay(), 7200.0);
-  EXPECT_EQ((Ints{ad->displayType(), ad->okActionType(), ad->dataSourceType(), ad->stateType()}),
-            (Ints{ZTIAMAdvertisementDisplayTypeReviewQuestion, ZTIAMAdvertisementActionTypeOpenStore,
+  EXPECT_TRUE(ad->postponeEnabled() && ad->ignoreGlobalMinimumPopupTimeInterval() && app.free());
+  EXPECT_EQ((Ints{ad->maxImpressionCount().value_or(-1), ad->displayType(), ad->okActionType(), ad->dataSourceType(),
+                  ad->stateType()}),
+            (Ints{3, ZTIAMAdvertisementDisplayTypeReviewQuestion, ZTIAMAdvertisementActionTypeOpenStore,
                   ZTIAMAdvertisementDataSourceTypeAdMobNative, ZTIAMAdvertisementStateTypeTesting}));
-  EXPECT_TRUE(ad->ignoreGlobalMinimumPopupTimeInterval());
   ASSERT_EQ(ad->resources().size(), 2u);
   EXPECT_EQ(ad->resources().at("title")->value(), "Hello");
   EXPECT_EQ(ad->resources().at("body")->key(), "body");
   EXPECT_EQ(ad->resources().at("body")->value(), std::nullopt);
 
-  const auto& app = ad->advertisedApp();
-  ASSERT_TRUE(app && app->storeInfo());
-  EXPECT_EQ((Texts{app->appId(), app->packageName(), app->publisher(), app->storeUrl(), app->storedReviewUrl(),
-                   app->rating(), app->name(), app->iconUrl()}),
-            (Texts{"app-1", "com.example.app", "Example", "https://store.example.com/app", std::nullopt, "4.0", "App",
-                   "https://i.example.com/a.png"}));
-  EXPECT_TRUE(app->free());
-  const auto& info = *app->storeInfo();
-  EXPECT_EQ((Texts{info.storeId(), info.bundleIdentifier(), info.name(), info.subtitle(), info.iconTitle(),
-                   info.icon60x60Url(), info.icon100x100Url(), info.icon512x512Url()}),
-            (Texts{"123456", "com.example.bundle", "Store App", "Sub", "A", "u60", "u100", "u512"}));
-
   ASSERT_EQ(ad->triggers().size(), 2u);
+  ASSERT_EQ(ad->targets().size(), 1u);
   const auto& t1 = *ad->triggers().members()[0];
-  EXPECT_EQ((Texts{t1.triggerId(), t1.eventKey(), ad->triggers().members()[1]->triggerId()}),
-            (Texts{"t1", "appToForeground", "t2"}));
-  EXPECT_EQ((OptInts{t1.thresholdCount(), t1.maxFireCount(), t1.repeatIntervalCount()}), (OptInts{3, 2, 5}));
+  const auto& g = *ad->targets().members()[0];
+  EXPECT_EQ((Texts{t1.triggerId(), t1.eventKey(), ad->triggers().members()[1]->triggerId(), g.targetId(), g.spaceKey(),
+                   g.customViewClass()}),
+            (Texts{"t1", "appToForeground", "t2", "g1", "feed", "Cell"}));
+  EXPECT_EQ((OptInts{t1.thresholdCount(), t1.maxFireCount(), t1.repeatIntervalCount(), g.rowIndex(),
+                     g.rowRepeatInterval(), g.sectionIndex(), g.sectionRepeatInterval()}),
+            (OptInts{3, 2, 5, 2, 10, 0, 1}));
   EXPECT_EQ(t1.displayDelay(), 1.5);
   for (const auto& t : ad->triggers()) EXPECT_EQ(t->advertisement(), ad);
-
-  ASSERT_EQ(ad->targets().size(), 1u);
-  const auto& g = *ad->targets().members()[0];
-  EXPECT_EQ((Texts{g.targetId(), g.spaceKey(), g.customViewClass()}), (Texts{"g1", "feed", "Cell"}));
-  EXPECT_EQ((OptInts{g.rowIndex(), g.rowRepeatInterval(), g.sectionIndex(), g.sectionRepeatInterval()}),
-            (OptInts{2, 10, 0, 1}));
   EXPECT_EQ(g.advertisement(), ad);
 }
 
-TEST(AdvertisementParserTest, IdsAreMappedOrTheAdvertisementIsRefused) {
-  const auto base = with(validAdvertisement(), "/resources/dfpInterstitialIdentifier"_json_pointer, "/123/unit");
+TEST(AdvertisementParserTest, IdsAreMappedRequiredMembersRefuseTheAdvertisement) {
+  const auto base = with(validAdvertisement(), "/resources/dfpInterstitialIdentifier", "/123/unit");
   // Display ids are crossed; JSON action ids count from 0 (NoAction), data sources too; states are kept.
-  const std::tuple<const char*, int, std::int64_t> mapped[] = {
-      {"/display/id", 14, ZTIAMAdvertisementDisplayTypeDfpInterstitial},
-      {"/display/id", 15, ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload},
-      {"/display/id", 16, ZTIAMAdvertisementDisplayTypeReviewQuestion},
-      {"/okAction/id", 0, ZTIAMAdvertisementActionTypeNoAction}, {"/okAction/id", 2, ZTIAMAdvertisementActionTypeOpenAd},
-      {"/okAction/id", 4, ZTIAMAdvertisementActionTypeDismiss},  {"/okAction/id", 5, ZTIAMAdvertisementActionTypePostpone},
-      {"/okAction/id", 6, ZTIAMAdvertisementActionTypeOpenContact},
-      {"/okAction/id", 7, ZTIAMAdvertisementActionTypeOpenContactForm},
-      {"/dataSource/id", 0, -1}, {"/dataSource/id", 2, ZTIAMAdvertisementDataSourceTypeAdMobNative},
-      {"/state/id", 3, ZTIAMAdvertisementStateTypeDisabled}, {"/state/id", 7, 7}};
-  for (const auto& [pointer, jsonId, expected] : mapped) {
-    auto parsed = parse(with(base, json::json_pointer(pointer), jsonId));
-    ASSERT_TRUE(parsed) << pointer << " " << jsonId;
-    const std::string_view member(pointer);
-    const std::int64_t got = member == "/display/id"    ? std::int64_t{parsed->displayType()}
-                             : member == "/okAction/id"   ? std::int64_t{parsed->okActionType()}
-                             : member == "/dataSource/id" ? std::int64_t{parsed->dataSourceType()}
-                                                          : std::int64_t{parsed->stateType()};
-    EXPECT_EQ(got, expected) << pointer << " " << jsonId;
+  const char* members[] = {"/display/id", "/okAction/id", "/dataSource/id", "/state/id"};
+  const std::tuple<int, int, std::int64_t> mapped[] = {
+      {0, 14, ZTIAMAdvertisementDisplayTypeDfpInterstitial}, {0, 15, ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload},
+      {0, 16, ZTIAMAdvertisementDisplayTypeReviewQuestion},  {1, 0, ZTIAMAdvertisementActionTypeNoAction},
+      {1, 2, ZTIAMAdvertisementActionTypeOpenAd},            {1, 4, ZTIAMAdvertisementActionTypeDismiss},
+      {1, 5, ZTIAMAdvertisementActionTypePostpone},          {1, 6, ZTIAMAdvertisementActionTypeOpenContact},
+      {1, 7, ZTIAMAdvertisementActionTypeOpenContactForm},   {2, 0, -1},
+      {2, 2, ZTIAMAdvertisementDataSourceTypeAdMobNative},   {3, 3, ZTIAMAdvertisementStateTypeDisabled}, {3, 7, 7}};
+  for (const auto& [member, jsonId, expected] : mapped) {
+    auto a = parse(with(base, members[member], jsonId));
+    ASSERT_TRUE(a) << members[member] << " " << jsonId;
+    EXPECT_EQ((Ints{a->displayType(), a->okActionType(), a->dataSourceType(), a->stateType()})[member], expected)
+        << members[member] << " " << jsonId;
   }
   // Out of range, or not of the required type (a boolean is not an integer): refused as a whole.
   const std::pair<const char*, json> refused[] = {
@@ -109,20 +96,16 @@ TEST(AdvertisementParserTest, IdsAreMappedOrTheAdvertisementIsRefused) {
       {"/dataSource/id", "1"}, {"/state/id", 1.5},     {"/id", 12},              {"/lifecycle", json::array()},
       {"/ignoreGlobalMinimumPopupTimeInterval", 1},    {"/ignoreGlobalMinimumPopupTimeInterval", "true"}};
   for (const auto& [pointer, value] : refused) {
-    EXPECT_EQ(parse(with(base, json::json_pointer(pointer), value)), nullptr) << pointer << " " << value;
+    EXPECT_EQ(parse(with(base, pointer, value)), nullptr) << pointer << " " << value;
   }
-}
-
-TEST(AdvertisementParserTest, RequiredMembersRejectWhenMissing) {
-  const auto ad = validAdvertisement();
   for (const char* key : {"/id", "/lifecycle", "/display", "/okAction", "/dataSource", "/state",
                           "/ignoreGlobalMinimumPopupTimeInterval", "/display/id", "/okAction/id", "/dataSource/id",
                           "/state/id"}) {
-    EXPECT_EQ(parse(without(ad, json::json_pointer(key))), nullptr) << key;
+    EXPECT_EQ(parse(without(base, key)), nullptr) << key;
   }
   EXPECT_EQ(AdvertisementParser().parse("[]"), nullptr);
   EXPECT_EQ(AdvertisementParser().parse("not json"), nullptr);
-  EXPECT_TRUE(parse(with(ad, "/lifecycle"_json_pointer, json::object())));  // an empty lifecycle is enough
+  EXPECT_TRUE(parse(with(base, "/lifecycle", json::object())));  // an empty lifecycle is enough
 }
 
 TEST(AdvertisementParserTest, OptionalMembersOfTheWrongTypeAreSkipped) {
@@ -133,16 +116,12 @@ TEST(AdvertisementParserTest, OptionalMembersOfTheWrongTypeAreSkipped) {
   ad["triggers"] = {{{"id", "t"}, {"key", "k"}, {"thresholdCount", "3"}, {"displayDelay", false}}};
   ad["targets"] = {{{"id", "g"}, {"key", "s"}, {"customViewClass", 4}, {"rowIndex", true}}};
   auto parsed = parse(ad);
-  ASSERT_TRUE(parsed);
-  ASSERT_EQ(parsed->triggers().size(), 1u);
-  ASSERT_EQ(parsed->targets().size(), 1u);
+  ASSERT_TRUE(parsed && parsed->triggers().size() == 1 && parsed->targets().size() == 1);
   const auto& trigger = *parsed->triggers().members()[0];
   const auto& target = *parsed->targets().members()[0];
-  EXPECT_EQ((Texts{parsed->name(), target.customViewClass()}), (Texts{std::nullopt, std::nullopt}));
-  EXPECT_EQ((OptInts{parsed->maxImpressionCount(), trigger.thresholdCount(), target.rowIndex()}),
-            (OptInts{std::nullopt, std::nullopt, std::nullopt}));
+  EXPECT_FALSE(parsed->name() || target.customViewClass() || parsed->maxImpressionCount() || trigger.thresholdCount() ||
+               target.rowIndex() || parsed->postponeEnabled());
   EXPECT_FALSE(parsed->startDate() || parsed->endDate() || parsed->postponeDelay() || trigger.displayDelay());
-  EXPECT_FALSE(parsed->postponeEnabled());
 
   // The epoch is a date; integral numbers are integers whichever way they are written; a delay may
   // be an integer.
@@ -163,7 +142,7 @@ TEST(AdvertisementParserTest, ActionParameterIsReadOnlyForTheActionsThatHaveOne)
       {{{"id", 1}, {"url", 7}, {"advertisementId", "other"}}, std::nullopt}};
   for (int id : {0, 4, 5, 6, 7}) cases.push_back({{{"id", id}, {"url", url}, {"advertisementId", "other"}}, std::nullopt});
   for (const auto& [action, meta] : cases) {
-    auto parsed = parse(with(validAdvertisement(), "/okAction"_json_pointer, action));
+    auto parsed = parse(with(validAdvertisement(), "/okAction", action));
     ASSERT_TRUE(parsed) << action;
     EXPECT_EQ(parsed->okActionMeta(), meta) << action;
   }
@@ -171,29 +150,29 @@ TEST(AdvertisementParserTest, ActionParameterIsReadOnlyForTheActionsThatHaveOne)
 
 TEST(AdvertisementParserTest, ValidationDependsOnDisplayAndAction) {
   const auto ad = validAdvertisement();
-  const auto review = with(ad, "/okAction/id"_json_pointer, 3);
-  const auto reviewNoInfo = without(review, "/advertisedApp/storeInfo"_json_pointer);
-  const auto dfp = with(with(ad, "/display/id"_json_pointer, 14), "/okAction/id"_json_pointer, -1);
-  const auto dfpId = "/resources/dfpInterstitialIdentifier"_json_pointer;
+  const auto review = with(ad, "/okAction/id", 3);
+  const auto reviewNoInfo = without(review, "/advertisedApp/storeInfo");
+  const auto dfp = with(with(ad, "/display/id", 14), "/okAction/id", -1);
+  const auto dfpId = "/resources/dfpInterstitialIdentifier";
   const std::tuple<const char*, json, bool> cases[] = {
       // OpenStore needs a non-empty store URL of the advertised app.
-      {"store url empty", with(ad, "/advertisedApp/storeUrl"_json_pointer, ""), false},
-      {"store url missing", without(ad, "/advertisedApp/storeUrl"_json_pointer), false},
-      {"no advertised app", without(ad, "/advertisedApp"_json_pointer), false},
-      {"advertised app without id", without(ad, "/advertisedApp/id"_json_pointer), false},
+      {"store url empty", with(ad, "/advertisedApp/storeUrl", ""), false},
+      {"store url missing", without(ad, "/advertisedApp/storeUrl"), false},
+      {"no advertised app", without(ad, "/advertisedApp"), false},
+      {"advertised app without id", without(ad, "/advertisedApp/id"), false},
       // OpenReview needs a stored or derived review link.
       {"review derived", review, true},
       {"review without store info", reviewNoInfo, false},
-      {"review stored", with(reviewNoInfo, "/advertisedApp/reviewUrl"_json_pointer, "https://r.example.com"), true},
-      {"review stored empty", with(reviewNoInfo, "/advertisedApp/reviewUrl"_json_pointer, ""), false},
+      {"review stored", with(reviewNoInfo, "/advertisedApp/reviewUrl", "https://r.example.com"), true},
+      {"review stored empty", with(reviewNoInfo, "/advertisedApp/reviewUrl", ""), false},
       // Actions without a parameter need nothing else.
-      {"no action, no app", without(with(ad, "/okAction/id"_json_pointer, 0), "/advertisedApp"_json_pointer), true},
+      {"no action, no app", without(with(ad, "/okAction/id", 0), "/advertisedApp"), true},
       // DFP interstitials need their identifier, whatever the action.
       {"dfp without id", dfp, false},
       {"dfp empty id", with(dfp, dfpId, ""), false},
       {"dfp null id", with(dfp, dfpId, nullptr), false},
       {"dfp with id", with(dfp, dfpId, "/1/unit"), true},
-      {"dfp preload with id", with(with(dfp, "/display/id"_json_pointer, 15), dfpId, "u"), true}};
+      {"dfp preload with id", with(with(dfp, "/display/id", 15), dfpId, "u"), true}};
   for (const auto& [name, doc, accepted] : cases) EXPECT_EQ(parse(doc) != nullptr, accepted) << name;
   auto invalidAction = parse(with(dfp, dfpId, "/1/unit"));
   ASSERT_TRUE(invalidAction);
@@ -201,7 +180,7 @@ TEST(AdvertisementParserTest, ValidationDependsOnDisplayAndAction) {
 }
 
 TEST(AdvertisementParserTest, AdvertisementResourcesAreAllOrNothingAppResourcesMemberByMember) {
-  auto ad = with(validAdvertisement(), "/resources/count"_json_pointer, 3);
+  auto ad = with(validAdvertisement(), "/resources/count", 3);
   ad["advertisedApp"]["resources"].update({{"count", 3}, {"list", json::array()}, {"nothing", nullptr}});
   auto parsed = parse(ad);
   ASSERT_TRUE(parsed);
@@ -211,7 +190,7 @@ TEST(AdvertisementParserTest, AdvertisementResourcesAreAllOrNothingAppResourcesM
   EXPECT_EQ(keys, (std::vector<std::string>{"AppIcons", "name", "nothing"}));
   EXPECT_EQ(parsed->advertisedApp()->resources().at("nothing")->value(), std::nullopt);
 
-  auto notAnObject = parse(with(validAdvertisement(), "/resources"_json_pointer, json::array({"title"})));
+  auto notAnObject = parse(with(validAdvertisement(), "/resources", json::array({"title"})));
   ASSERT_TRUE(notAnObject);
   EXPECT_TRUE(notAnObject->resources().empty());
 }
@@ -221,7 +200,7 @@ TEST(AdvertisementParserTest, RatingIsTheShortestFloatTextWithAFraction) {
       {4, "4.0"},    {4.5, "4.5"},         {4.7, "4.7"},        {0, "0.0"},       {3.14159265358979, "3.1415927"},
       {0.1, "0.1"},  {"4.5", std::nullopt}, {true, std::nullopt}, {1e300, std::nullopt}};
   for (const auto& [value, text] : cases) {
-    auto ad = parse(with(validAdvertisement(), "/advertisedApp/rating"_json_pointer, value));
+    auto ad = parse(with(validAdvertisement(), "/advertisedApp/rating", value));
     ASSERT_TRUE(ad) << value;
     EXPECT_EQ(ad->advertisedApp()->rating(), text) << value;
   }
@@ -233,15 +212,15 @@ TEST(AdvertisementParserTest, StoreInfoNeedsAnIntegerIdAndABundleId) {
     return parsed && parsed->advertisedApp() ? parsed->advertisedApp()->storeInfo() : nullptr;
   };
   const auto ad = validAdvertisement();
-  EXPECT_EQ(storeInfoOf(with(ad, "/advertisedApp/storeInfo/id"_json_pointer, "123456")), nullptr);
-  EXPECT_EQ(storeInfoOf(without(ad, "/advertisedApp/storeInfo/bundleId"_json_pointer)), nullptr);
-  EXPECT_EQ(storeInfoOf(with(ad, "/advertisedApp/storeInfo"_json_pointer, "x")), nullptr);
-  auto noIcon = storeInfoOf(without(ad, "/advertisedApp/storeInfo/icon"_json_pointer));
+  EXPECT_FALSE(storeInfoOf(with(ad, "/advertisedApp/storeInfo/id", "123456")) ||
+               storeInfoOf(without(ad, "/advertisedApp/storeInfo/bundleId")) ||
+               storeInfoOf(with(ad, "/advertisedApp/storeInfo", "x")));
+  auto noIcon = storeInfoOf(without(ad, "/advertisedApp/storeInfo/icon"));
   ASSERT_TRUE(noIcon);
   EXPECT_EQ(noIcon->icon60x60Url(), std::nullopt);
-  auto big = storeInfoOf(with(ad, "/advertisedApp/storeInfo/id"_json_pointer, std::int64_t{9007199254740993}));
+  auto big = storeInfoOf(with(ad, "/advertisedApp/storeInfo/id", std::int64_t{9007199254740993}));
   ASSERT_TRUE(big);
-  EXPECT_EQ(big->storeId(), "9007199254740993");
+  EXPECT_EQ(big->storeId(), "9007199254740993");  // not through a double
 }
 
 TEST(AdvertisementParserTest, BadTriggersAndTargetsAreDroppedAloneInOrder) {
@@ -257,25 +236,15 @@ TEST(AdvertisementParserTest, BadTriggersAndTargetsAreDroppedAloneInOrder) {
   ASSERT_EQ(parsed->targets().size(), 1u);
   EXPECT_EQ(parsed->targets().members()[0]->targetId(), "y");
 
-  auto empty = parse(with(with(ad, "/triggers"_json_pointer, json::array()), "/targets"_json_pointer, json::object()));
+  auto empty = parse(with(with(ad, "/triggers", json::array()), "/targets", json::object()));
   ASSERT_TRUE(empty);
   EXPECT_TRUE(empty->triggers().empty());
   EXPECT_TRUE(empty->targets().empty());
 }
 
-TEST(AdvertisementParserTest, DomAndTextInputsGiveTheSameRecord) {
-  simdjson::dom::parser parser;
-  const auto text = validAdvertisement().dump();
-  auto root = parser.parse(text);
-  ASSERT_FALSE(root.error());
-  auto fromDom = AdvertisementParser().parse(root.value_unsafe());
-  ASSERT_TRUE(fromDom);
-  EXPECT_EQ(testing::archive(*fromDom), testing::archive(*parse(validAdvertisement())));
-}
-
 TEST(AdvertisementParserTest, DiagnosticsNameThePathAndTheReason) {
   ZTIAMCollectingParseDiagnostics diagnostics;
-  EXPECT_EQ(parse(with(validAdvertisement(), "/display/id"_json_pointer, 13), &diagnostics), nullptr);
+  EXPECT_EQ(parse(with(validAdvertisement(), "/display/id", 13), &diagnostics), nullptr);
   ASSERT_EQ(diagnostics.lines(), std::vector<std::string>{"display.id: 13 is not 14, 15 or 16 (advertisement dropped)"});
 
   ZTIAMCollectingParseDiagnostics more;
@@ -290,20 +259,20 @@ TEST(AdvertisementParserTest, DiagnosticsNameThePathAndTheReason) {
                               "triggers[1].key: missing (trigger dropped)"}));
 
   ZTIAMCollectingParseDiagnostics invalid;
-  EXPECT_EQ(parse(with(validAdvertisement(), "/advertisedApp/storeUrl"_json_pointer, ""), &invalid), nullptr);
+  EXPECT_EQ(parse(with(validAdvertisement(), "/advertisedApp/storeUrl", ""), &invalid), nullptr);
   ASSERT_EQ(invalid.entries().size(), 1u);
   EXPECT_EQ(invalid.entries()[0].path, "advertisedApp.storeUrl");
 }
 
 TEST(AdvertisementParserDeathTest, MappedIdOverflowStopsTheProgram) {
   GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto maxAction = with(validAdvertisement(), "/okAction/id"_json_pointer, std::numeric_limits<std::int64_t>::max());
+  const auto maxAction = with(validAdvertisement(), "/okAction/id", std::numeric_limits<std::int64_t>::max());
   EXPECT_DEATH(parse(maxAction), "overflow");
-  const auto minSource = with(validAdvertisement(), "/dataSource/id"_json_pointer, std::numeric_limits<std::int64_t>::min());
+  const auto minSource = with(validAdvertisement(), "/dataSource/id", std::numeric_limits<std::int64_t>::min());
   EXPECT_DEATH(parse(minSource), "overflow");
   // The other ends are fine.
-  EXPECT_EQ(parse(with(validAdvertisement(), "/okAction/id"_json_pointer, std::numeric_limits<std::int64_t>::min())), nullptr);
-  auto max = parse(with(validAdvertisement(), "/dataSource/id"_json_pointer, std::numeric_limits<std::int64_t>::max()));
+  EXPECT_EQ(parse(with(validAdvertisement(), "/okAction/id", std::numeric_limits<std::int64_t>::min())), nullptr);
+  auto max = parse(with(validAdvertisement(), "/dataSource/id", std::numeric_limits<std::int64_t>::max()));
   ASSERT_TRUE(max);
   EXPECT_EQ(max->dataSourceType(), std::numeric_limits<std::int64_t>::max() - 1);
 }

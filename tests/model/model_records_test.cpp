@@ -1,11 +1,9 @@
 #include <gtest/gtest.h>
 
 #include <nlohmann/json.hpp>
-#include <type_traits>
 
 #include "iam/model/AdvertisedApp.h"
 #include "iam/model/Advertisement.h"
-#include "iam/model/AdvertisementConfigurationData.h"
 
 namespace iam {
 namespace {
@@ -18,35 +16,6 @@ ZTIAMResourceMap resources(std::initializer_list<std::pair<std::string, std::opt
   return map;
 }
 
-// Unavailable initialisers must not compile.
-static_assert(!std::is_default_constructible_v<Advertisement>);
-static_assert(!std::is_default_constructible_v<AdvertisedApp>);
-static_assert(!std::is_default_constructible_v<StoreAppInfo>);
-static_assert(!std::is_default_constructible_v<ZTIAMResource>);
-static_assert(!std::is_default_constructible_v<AdvertisementTrigger>);
-static_assert(!std::is_default_constructible_v<AdvertisementTarget>);
-static_assert(!std::is_default_constructible_v<AdvertisementConfigurationData>);
-static_assert(std::is_same_v<ZTAdvertisementConfigurationData, AdvertisementConfigurationData>);
-
-TEST(AdvertisementRecord, NewRecordsHaveTheDocumentedDefaults) {
-  Advertisement ad("ad-1");
-  EXPECT_FALSE(ad.name() || ad.startDate() || ad.maxImpressionCount() || ad.postponeDelay() || ad.advertisedApp());
-  EXPECT_FALSE(ad.postponeEnabled() || ad.ignoreGlobalMinimumPopupTimeInterval());
-  EXPECT_EQ((std::vector<std::int64_t>{ad.stateType(), ad.displayType(), ad.okActionType(), ad.dataSourceType()}),
-            (std::vector<std::int64_t>{ZTIAMAdvertisementStateTypeLive, ZTIAMAdvertisementDisplayTypeInvalid,
-                                       ZTIAMAdvertisementActionTypeOpenStore,
-                                       ZTIAMAdvertisementDataSourceTypeInAppMarketing}));
-
-  AdvertisedApp app("app");
-  EXPECT_FALSE(app.free());
-  EXPECT_EQ(app.reviewUrl(), std::nullopt);
-
-  ZTAdvertisementConfigurationData request(std::make_shared<Advertisement>("ad"), nullptr, nullptr, nullptr);
-  EXPECT_EQ(request.delay(), 0.0);
-  EXPECT_TRUE(request.animated());
-  EXPECT_FALSE(request.force());
-}
-
 TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
   Advertisement ad("ad");
   ad.setResources(resources({{"title", "T"}, {"body", "B"}, {"bodyImage", "https://img.example.com/body.png"},
@@ -56,14 +25,14 @@ TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
                              {"title-c", "c"}, {"title-d", "d"}}));
   EXPECT_EQ((Texts{ad.title(), ad.body(), ad.okActionTitle(), ad.postponeTitle(), ad.dismissTitle()}),
             (Texts{"T", "B", "Get it", "Not now", "Close"}));
-  ASSERT_TRUE(ad.videoUrl());
-  EXPECT_EQ(ad.bodyImageUrl(), URL::URLWithString("https://img.example.com/body.png"));
-  EXPECT_EQ(ad.iconImageUrl(), URL::URLWithString("https://img.example.com/icon.png"));
-  EXPECT_EQ(ad.videoUrl(), URL::URLWithString("https://video.example.com/v.mp4"));
-  EXPECT_EQ(ad.titleColor(), Color::colorWithHexString("FF0000"));
-  EXPECT_EQ(ad.bodyColor(), Color::colorWithHexString("00FF00"));
-  EXPECT_EQ(ad.titleColorWithDefaultColor(Color{0, 0, 1, 1}), Color::colorWithHexString("FF0000"));
-  EXPECT_EQ(ad.bodyColorWithDefaultColor(Color{0, 0, 1, 1}), Color::colorWithHexString("00FF00"));
+  EXPECT_EQ((std::vector{ad.bodyImageUrl(), ad.iconImageUrl(), ad.videoUrl()}),
+            (std::vector{URL::URLWithString("https://img.example.com/body.png"),
+                         URL::URLWithString("https://img.example.com/icon.png"),
+                         URL::URLWithString("https://video.example.com/v.mp4")}));
+  EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(Color{0, 0, 1, 1}),
+                         ad.bodyColorWithDefaultColor(Color{0, 0, 1, 1})}),
+            (std::vector{Color::colorWithHexString("FF0000"), Color::colorWithHexString("00FF00"),
+                         Color::colorWithHexString("FF0000"), Color::colorWithHexString("00FF00")}));
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"a", "b", "c", "d"}));
 }
 
@@ -75,18 +44,14 @@ TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
   ad.setOkActionType(ZTIAMAdvertisementActionTypeOpenAd);
   EXPECT_EQ((Texts{ad.okActionTitle(), ad.postponeTitle(), ad.dismissTitle(), ad.title()}),
             (Texts{"Sure", "Later", std::nullopt, std::nullopt}));
-  EXPECT_EQ(ad.bodyImageUrl(), std::nullopt);
-  EXPECT_EQ(ad.videoUrl(), std::nullopt);
-  EXPECT_EQ(ad.titleColor(), Color::colorWithHexString("303030"));
-  EXPECT_EQ(ad.bodyColor(), Color::colorWithHexString("303030"));
-  EXPECT_NE(ad.titleColor(), Color::colorWithHexString("000000"));
+  EXPECT_FALSE(ad.bodyImageUrl() || ad.videoUrl());
   const Color blue{0, 0, 1, 1};
-  EXPECT_EQ(ad.titleColorWithDefaultColor(blue), blue);
-  EXPECT_EQ(ad.bodyColorWithDefaultColor(blue), blue);
+  EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(blue), ad.bodyColorWithDefaultColor(blue)}),
+            (std::vector{Color::colorWithHexString("303030"), Color::colorWithHexString("303030"), blue, blue}));
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"", "", "only c", ""}));
 }
 
-TEST(AdvertisementRecord, ResourceLookUpsTreatEmptyAsMissing) {
+TEST(AdvertisementRecord, AdvertisementLookUpsTreatEmptyAsMissingAppLookUpsDoNot) {
   Advertisement ad("ad");
   ad.setResources(resources({{"empty", ""}, {"none", std::nullopt}, {"text", "x"}, {"object", R"({"a": [1, 2], "b": "c"})"},
                              {"array", "[1, 2]"}, {"broken", R"({"a": )"}, {"number", "42"}}));
@@ -97,23 +62,34 @@ TEST(AdvertisementRecord, ResourceLookUpsTreatEmptyAsMissing) {
   for (const char* key : {"array", "number", "broken", "empty", "missing"}) {
     EXPECT_EQ(ad.resourceJSONValueFor(key), std::nullopt) << key;
   }
+
+  // Unlike an advertisement's look-up, an app's keeps empty values.
+  AdvertisedApp app("app");
+  app.setResources(resources({{"name", "Calendar"}, {"AppIcons", "https://icons.example.com/c.png"},
+                              {"iconUrl", "wrong"}, {"iconTitle", ""}, {"blank", std::nullopt}}));
+  EXPECT_EQ((Texts{app.name(), app.iconUrl(), app.iconTitle(), app.getResourceValue("blank"), app.getResourceValue("x")}),
+            (Texts{"Calendar", "https://icons.example.com/c.png", "", std::nullopt, std::nullopt}));
 }
 
-TEST(AdvertisementRecord, TriggersAndTargetsForAKeyMatchExactlyInInsertionOrder) {
-  auto ad = std::make_shared<Advertisement>("ad");
+TEST(AdvertisementRecord, TriggersAndTargetsForAKeyMatchExactlyInOrderAndDoNotOwnIt) {
   auto launch1 = std::make_shared<AdvertisementTrigger>("t1", "appToForeground");
-  auto other = std::make_shared<AdvertisementTrigger>("t2", "appToForegroundX");
   auto launch2 = std::make_shared<AdvertisementTrigger>("t3", "appToForeground");
-  auto upper = std::make_shared<AdvertisementTrigger>("t4", "AppToForeground");
-  ad->setTriggers({launch1, other, launch2, upper});
-  EXPECT_EQ(ad->triggersFor("appToForeground").members(), (std::vector{launch1, launch2}));
-  EXPECT_TRUE(ad->triggersFor("appTo").empty());
-
   auto list = std::make_shared<AdvertisementTarget>("g1", "list");
-  auto grid = std::make_shared<AdvertisementTarget>("g2", "grid");
-  ad->setTargets({list, grid});
-  EXPECT_EQ(ad->targetsFor("list").members(), std::vector{list});
-  EXPECT_TRUE(ad->targetsFor("List").empty());
+  {
+    auto ad = std::make_shared<Advertisement>("ad");
+    ad->setTriggers({launch1, std::make_shared<AdvertisementTrigger>("t2", "appToForegroundX"), launch2,
+                     std::make_shared<AdvertisementTrigger>("t4", "AppToForeground")});
+    ad->setTargets({list, std::make_shared<AdvertisementTarget>("g2", "grid")});
+    EXPECT_EQ(ad->triggersFor("appToForeground").members(), (std::vector{launch1, launch2}));
+    EXPECT_TRUE(ad->triggersFor("appTo").empty());
+    EXPECT_EQ(ad->targetsFor("list").members(), std::vector{list});
+    EXPECT_TRUE(ad->targetsFor("List").empty());
+    launch1->setAdvertisement(ad);
+    list->setAdvertisement(ad);
+    EXPECT_TRUE(launch1->advertisement() == ad && list->advertisement() == ad);
+  }
+  // The advertisement is gone once its last owner is: no cycle keeps it alive.
+  EXPECT_FALSE(launch1->advertisement() || list->advertisement());
 }
 
 TEST(IdentitySetTest, HoldsEachObjectOnceAndEqualLookingObjectsSeparately) {
@@ -138,23 +114,6 @@ TEST(IdentitySetTest, HoldsEachObjectOnceAndEqualLookingObjectsSeparately) {
   EXPECT_FALSE(set.contains(std::make_shared<AdvertisementTrigger>("0", "key")));
 }
 
-TEST(TriggerAndTargetRecords, BackReferencesDoNotOwnTheAdvertisement) {
-  auto trigger = std::make_shared<AdvertisementTrigger>("t", "e");
-  auto target = std::make_shared<AdvertisementTarget>("g", "s");
-  {
-    auto ad = std::make_shared<Advertisement>("ad");
-    trigger->setAdvertisement(ad);
-    target->setAdvertisement(ad);
-    ad->setTriggers({trigger});
-    ad->setTargets({target});
-    EXPECT_EQ(trigger->advertisement(), ad);
-    EXPECT_EQ(target->advertisement(), ad);
-  }
-  // The advertisement is gone once its last owner is: no cycle keeps it alive.
-  EXPECT_EQ(trigger->advertisement(), nullptr);
-  EXPECT_EQ(target->advertisement(), nullptr);
-}
-
 TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   AdvertisedApp app("app");
   app.setReviewUrl("");
@@ -164,18 +123,8 @@ TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   const std::string tail = "/WebObjects/MZStore.woa/wa/viewContentsUserReviews?type=Purple+Software&id=123";
   EXPECT_EQ(derived.rfind("itms-apps://", 0), 0u) << derived;
   EXPECT_TRUE(derived.size() > tail.size() && derived.substr(derived.size() - tail.size()) == tail) << derived;
-  EXPECT_EQ(app.storedReviewUrl(), "");
-  app.setReviewUrl("https://review.example.com/1");
+  app.setReviewUrl("https://review.example.com/1");  // a stored link wins over the derived one
   EXPECT_EQ(app.reviewUrl(), "https://review.example.com/1");
-}
-
-TEST(AdvertisedAppRecord, DerivedTextsReadNamedResourcesAndKeepEmptyValues) {
-  AdvertisedApp app("app");
-  app.setResources(resources({{"name", "Calendar"}, {"AppIcons", "https://icons.example.com/c.png"},
-                              {"iconUrl", "wrong"}, {"iconTitle", ""}, {"blank", std::nullopt}}));
-  // Unlike an advertisement's look-up, empty is a value here.
-  EXPECT_EQ((Texts{app.name(), app.iconUrl(), app.iconTitle(), app.getResourceValue("blank"), app.getResourceValue("x")}),
-            (Texts{"Calendar", "https://icons.example.com/c.png", "", std::nullopt, std::nullopt}));
 }
 
 }  // namespace

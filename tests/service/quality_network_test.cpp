@@ -3,7 +3,6 @@
 #include <nlohmann/json.hpp>
 #include <unordered_set>
 
-#include "iam/platform/Clock.h"
 #include "iam/service/NativeQualityNetworkResponseParser.h"
 
 namespace iam {
@@ -29,49 +28,41 @@ TEST(QualityNetworkParserTest, MapsRankedAppsInOrderAndDropsBadOnes) {
   noApp.erase("advertisedApp");
   auto badApp = rankedApp("bad-app");
   badApp["advertisedApp"] = {{"storeUrl", "x"}};
+  // Optional members of the wrong type leave their defaults.
+  auto sparse = rankedApp("sparse", 3);
+  sparse["showFree"] = "yes";
+  sparse["resources"] = json::array({"title"});
   auto response = parse({{"rankedApps", {rankedApp("b", 2), rankedApp("zero", 0), rankedApp("four", 4), noApp, badApp,
-                                         rankedApp("text", "1"), rankedApp("flag", true), rankedApp("a", 3)}}});
+                                         rankedApp("text", "1"), rankedApp("flag", true), sparse}}});
   ASSERT_TRUE(response);
   EXPECT_EQ(response->etag(), "tag");
   EXPECT_EQ(response->maximumAge(), 86400);
   auto apps = response->qualityNetworkRankedApps();
   ASSERT_EQ(apps.size(), 2u);
-  EXPECT_EQ(apps[0]->rankedAppId(), "b");
-  EXPECT_EQ(apps[0]->priority(), ZTIAMQualityNetworkPriorityMedium);
-  EXPECT_EQ(apps[1]->rankedAppId(), "a");
-  EXPECT_EQ(apps[1]->priority(), ZTIAMQualityNetworkPriorityLow);
+  EXPECT_EQ((std::pair{apps[0]->rankedAppId(), apps[1]->rankedAppId()}), (std::pair<std::string, std::string>{"b", "sparse"}));
+  EXPECT_EQ((std::pair{apps[0]->priority(), apps[1]->priority()}),
+            (std::pair{ZTIAMQualityNetworkPriorityMedium, ZTIAMQualityNetworkPriorityLow}));
   const auto& first = *apps[0];
   EXPECT_TRUE(first.showFreeBadge());
   ASSERT_TRUE(first.advertisedApp());
   EXPECT_EQ(first.advertisedApp()->appId(), "app-b");
   EXPECT_EQ(first.getResourceValue("title"), "T");
-  ASSERT_EQ(first.resources().count("none"), 1u);
+  EXPECT_EQ(first.resources().count("none"), 1u);
   EXPECT_EQ(first.resources().count("number"), 0u);
-}
-
-TEST(QualityNetworkParserTest, OptionalMembersOfTheWrongTypeLeaveDefaults) {
-  auto app = rankedApp("x");
-  app["showFree"] = "yes";
-  app["resources"] = json::array({"title"});
-  auto response = parse({{"rankedApps", {app}}});
-  ASSERT_TRUE(response);
-  ASSERT_EQ(response->qualityNetworkRankedApps().size(), 1u);
-  EXPECT_FALSE(response->qualityNetworkRankedApps()[0]->showFreeBadge());
-  EXPECT_TRUE(response->qualityNetworkRankedApps()[0]->resources().empty());
+  EXPECT_FALSE(apps[1]->showFreeBadge());
+  EXPECT_TRUE(apps[1]->resources().empty());
 }
 
 TEST(QualityNetworkParserTest, TheEnvelopeDecidesAboutTheWholeAnswer) {
-  EXPECT_EQ(parse(json::object()), nullptr);
-  EXPECT_EQ(parse({{"other", 1}}), nullptr);
-  EXPECT_EQ(parse({{"rankedApps", json::object()}}), nullptr);
-  EXPECT_EQ(parse({{"rankedApps", {rankedApp("a"), "b"}}}), nullptr);
-  auto empty = parse({{"rankedApps", json::array()}});
-  ASSERT_TRUE(empty);
-  EXPECT_TRUE(empty->qualityNetworkRankedApps().empty());
-  auto allBad = parse({{"rankedApps", {rankedApp("a", 9)}}});
-  ASSERT_TRUE(allBad);
-  EXPECT_TRUE(allBad->qualityNetworkRankedApps().empty());
-
+  for (const json& doc : {json::object(), json({{"other", 1}}), json({{"rankedApps", json::object()}}),
+                          json({{"rankedApps", {rankedApp("a"), "b"}}})}) {
+    EXPECT_EQ(parse(doc), nullptr) << doc;
+  }
+  for (const json& apps : {json::array(), json::array({rankedApp("a", 9)})}) {
+    auto empty = parse({{"rankedApps", apps}});
+    ASSERT_TRUE(empty) << apps;
+    EXPECT_TRUE(empty->qualityNetworkRankedApps().empty());
+  }
   ZTIAMCollectingParseDiagnostics diagnostics;
   parse({{"rankedApps", {rankedApp("a"), rankedApp("b", 0)}}}, &diagnostics);
   EXPECT_EQ(diagnostics.lines(), (std::vector<std::string>{
@@ -79,47 +70,26 @@ TEST(QualityNetworkParserTest, TheEnvelopeDecidesAboutTheWholeAnswer) {
                                      "rankedApps[1].priorityId: 0 is not 1, 2 or 3 (ranked app dropped)"}));
 }
 
-TEST(RankedAppRecord, IdentityIsTheIdAlone) {
+TEST(RankedAppRecord, IdentityIsTheIdAloneResourcesAreKeptByTheirOwnKey) {
   ZTIAMQualityNetworkRankedApp a("same");
   ZTIAMQualityNetworkRankedApp b("same");
   EXPECT_EQ(a.priority(), ZTIAMQualityNetworkPriorityLow);
   b.setPriority(ZTIAMQualityNetworkPriorityHigh);
   b.setShowFreeBadge(true);
-  b.addResource(std::make_shared<ZTIAMResource>("k", "v"));
+  b.addResource(std::make_shared<ZTIAMResource>("title", "first"));
+  b.addResource(std::make_shared<ZTIAMResource>("title", "second"));
+  b.addResource(std::make_shared<ZTIAMResource>("blank", std::nullopt));
   EXPECT_TRUE(a == b);
-  EXPECT_EQ(std::hash<ZTIAMQualityNetworkRankedApp>()(a), std::hash<ZTIAMQualityNetworkRankedApp>()(b));
   EXPECT_FALSE(a == ZTIAMQualityNetworkRankedApp("other"));
   std::unordered_set<ZTIAMQualityNetworkRankedApp> set;
-  set.insert(ZTIAMQualityNetworkRankedApp("x"));
-  EXPECT_EQ(set.count(ZTIAMQualityNetworkRankedApp("x")), 1u);
+  set.insert(b);
+  EXPECT_EQ(set.count(a), 1u);
 
-  for (int raw : {0, 4, -1}) EXPECT_EQ(ZTIAMQualityNetworkPriorityFromRawValue(raw), std::nullopt) << raw;
-  EXPECT_EQ(ZTIAMQualityNetworkPriorityFromRawValue(2), ZTIAMQualityNetworkPriorityMedium);
-}
+  EXPECT_EQ(b.resources().size(), 2u);
+  EXPECT_EQ((std::vector<std::optional<std::string>>{b.getResourceValue("title", "d"), b.getResourceValue("missing"),
+                                                     b.getResourceValue("missing", "d"), b.getResourceValue("blank", "d")}),
+            (std::vector<std::optional<std::string>>{"second", std::nullopt, "d", "d"}));
 
-TEST(RankedAppRecord, ResourcesAreKeptByTheirOwnKey) {
-  ZTIAMQualityNetworkRankedApp app("r");
-  app.addResource(std::make_shared<ZTIAMResource>("title", "first"));
-  app.addResource(std::make_shared<ZTIAMResource>("title", "second"));
-  app.addResource(std::make_shared<ZTIAMResource>("blank", std::nullopt));
-  EXPECT_EQ(app.resources().size(), 2u);
-  EXPECT_EQ(app.getResourceValue("title", "d"), "second");
-  EXPECT_EQ(app.getResourceValue("missing"), std::nullopt);
-  EXPECT_EQ(app.getResourceValue("missing", "d"), "d");
-  EXPECT_EQ(app.getResourceValue("blank", "d"), "d");
-}
-
-TEST(QualityNetworkExpiry, SameRuleAsTheAdvertisementsAnswer) {
-  auto clock = std::make_shared<ManualClock>(dateWithTimeIntervalSince1970(500'000));
-  Clock::setCurrent(clock);
-  NativeQualityNetworkResponse response({}, std::make_shared<OspreyServiceContentInfo>(clock->now(), false));
-  clock->advance(86400);
-  EXPECT_FALSE(response.isExpired());
-  clock->advance(1);
-  EXPECT_TRUE(response.isExpired());
-  response.setContentInfo(std::make_shared<OspreyServiceContentInfo>(clock->now(), true));
-  EXPECT_TRUE(response.isExpired());
-  Clock::setCurrent(nullptr);
 }
 
 }  // namespace

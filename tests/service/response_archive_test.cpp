@@ -13,6 +13,13 @@ using testing::scripted;
 using testing::unarchive;
 using Strings = std::vector<std::string>;
 
+// A host's own configuration type: archived as the library's.
+class HostConfig final : public ZTIAMAppConfigType {
+ public:
+  double minimumPopupImpressionTimeInterval() const override { return 12; }
+  std::map<std::string, std::string> attributes() const override { return {{"host", "yes"}}; }
+};
+
 std::shared_ptr<AdvertisementsRequestResponse> fullResponse() {
   auto first = std::make_shared<Advertisement>("first");
   auto trigger = std::make_shared<AdvertisementTrigger>("t", "appToForeground");
@@ -23,7 +30,7 @@ std::shared_ptr<AdvertisementsRequestResponse> fullResponse() {
   auto response = std::make_shared<AdvertisementsRequestResponse>(
       std::vector<std::shared_ptr<Advertisement>>{first, second},
       std::make_shared<OspreyServiceContentInfo>(dateWithTimeIntervalSince1970(5000), true),
-      std::make_shared<AppConfig>(90.5, std::map<std::string, std::string>{{"a", "b"}, {"c", ""}}));
+      std::make_shared<HostConfig>());
   response->setEtag("W/\"42\"");
   return response;
 }
@@ -39,19 +46,13 @@ TEST(AdvertisementsResponseArchive, RoundTripKeepsEveryArchivedField) {
   ASSERT_EQ(ads.size(), 2u);
   ASSERT_EQ(ads[0]->triggers().size(), 1u);
   EXPECT_EQ(ads[0]->triggers().members()[0]->advertisement(), ads[0]);
-  EXPECT_EQ(decoded->etag(), "W/\"42\"");
-  EXPECT_EQ(decoded->maximumAge(), 86400);
-
-  original->setEtag(std::nullopt);
-  auto noEtag = unarchive<AdvertisementsRequestResponse>(archive(*original));
-  ASSERT_TRUE(noEtag);
-  EXPECT_EQ(noEtag->etag(), std::nullopt);
+  EXPECT_TRUE(AppConfig(12, {{"host", "yes"}}).isEqual(*decoded->appConfig()));
 }
 
 TEST(AdvertisementsResponseArchive, RefusedUnlessVersionAndRequiredObjectsAreRight) {
   auto response = fullResponse();
   auto info = response->contentInfo();
-  auto config = std::dynamic_pointer_cast<AppConfig>(response->appConfig());
+  auto config = std::make_shared<AppConfig>(1, std::map<std::string, std::string>{});
   auto ads = response->advertisements();
   testing::ScriptedRecord oldAd("Advertisement", [](KeyedArchiver& c) {
     c.encodeInteger(1, "codingVersion");
@@ -76,27 +77,9 @@ TEST(AdvertisementsResponseArchive, RefusedUnlessVersionAndRequiredObjectsAreRig
   ASSERT_TRUE(fine);
   EXPECT_EQ(fine->etag(), std::nullopt);  // not a string
   EXPECT_EQ(fine->advertisements().size(), 2u);
-  EXPECT_EQ(write(0, true, true, true), nullptr);
-  EXPECT_EQ(write(2, true, true, true), nullptr);
-  EXPECT_EQ(write(1, false, true, true), nullptr);
-  EXPECT_EQ(write(1, true, false, true), nullptr);
-  EXPECT_EQ(write(1, true, true, false), nullptr);
-  EXPECT_EQ(write(1, true, true, true, true), nullptr);  // one unreadable advertisement costs the whole answer
-}
-
-class HostConfig final : public ZTIAMAppConfigType {
- public:
-  double minimumPopupImpressionTimeInterval() const override { return 12; }
-  std::map<std::string, std::string> attributes() const override { return {{"host", "yes"}}; }
-};
-
-TEST(AdvertisementsResponseArchive, AHostsOwnConfigIsArchivedAsTheLibrarysConfig) {
-  auto response = std::make_shared<AdvertisementsRequestResponse>(
-      std::vector<std::shared_ptr<Advertisement>>{}, std::make_shared<OspreyServiceContentInfo>(Date{}, false),
-      std::make_shared<HostConfig>());
-  auto decoded = unarchive<AdvertisementsRequestResponse>(archive(*response));
-  ASSERT_TRUE(decoded);
-  EXPECT_TRUE(AppConfig(12, {{"host", "yes"}}).isEqual(*decoded->appConfig()));
+  // One unreadable advertisement costs the whole answer.
+  EXPECT_FALSE(write(0, true, true, true) || write(2, true, true, true) || write(1, false, true, true) ||
+               write(1, true, false, true) || write(1, true, true, false) || write(1, true, true, true, true));
 }
 
 TEST(AppConfigArchive, KeysVersionAndDefaults) {
@@ -126,9 +109,7 @@ TEST(AppConfigArchive, KeysVersionAndDefaults) {
 
 std::shared_ptr<ZTIAMQualityNetworkRankedApp> rankedApp(const std::string& id) {
   auto app = std::make_shared<ZTIAMQualityNetworkRankedApp>(id);
-  auto advertised = std::make_shared<AdvertisedApp>("adv-" + id);
-  advertised->setStoreUrl("https://store.example.com/" + id);
-  app->setAdvertisedApp(advertised);
+  app->setAdvertisedApp(std::make_shared<AdvertisedApp>("adv-" + id));
   app->setPriority(ZTIAMQualityNetworkPriorityMedium);
   app->setShowFreeBadge(true);
   app->addResource(std::make_shared<ZTIAMResource>("title", "T"));
@@ -138,13 +119,9 @@ std::shared_ptr<ZTIAMQualityNetworkRankedApp> rankedApp(const std::string& id) {
 
 TEST(QualityNetworkArchive, RankedAppAndResponseRoundTrip) {
   auto original = rankedApp("r1");
-  const auto bytes = archive(*original);
-  EXPECT_EQ(archivedKeyOrder(bytes),
+  EXPECT_EQ(archivedKeyOrder(archive(*original)),
             (Strings{"_rankedAppId", "_advertisedApp", "_priority", "_showFreeBadge", "_resources"}));
-  auto decoded = unarchive<ZTIAMQualityNetworkRankedApp>(bytes);
-  ASSERT_TRUE(decoded);
-  EXPECT_EQ(archive(*decoded), bytes);
-
+  // The answer's bytes hold its ranked apps': one byte-for-byte round trip covers both.
   auto response = std::make_shared<NativeQualityNetworkResponse>(
       std::vector<std::shared_ptr<ZTIAMQualityNetworkRankedApp>>{original, rankedApp("r2")},
       std::make_shared<OspreyServiceContentInfo>(dateWithTimeIntervalSince1970(77), false));
@@ -154,7 +131,6 @@ TEST(QualityNetworkArchive, RankedAppAndResponseRoundTrip) {
   auto decodedResponse = unarchive<NativeQualityNetworkResponse>(responseBytes);
   ASSERT_TRUE(decodedResponse);
   EXPECT_EQ(archive(*decodedResponse), responseBytes);
-  EXPECT_EQ(decodedResponse->maximumAge(), 86400);
 
   auto info = response->contentInfo();
   auto apps = response->qualityNetworkRankedApps();
@@ -166,32 +142,30 @@ TEST(QualityNetworkArchive, RankedAppAndResponseRoundTrip) {
     });
   };
   EXPECT_TRUE(write(1, true, true));
-  EXPECT_EQ(write(2, true, true), nullptr);
-  EXPECT_EQ(write(1, false, true), nullptr);
-  EXPECT_EQ(write(1, true, false), nullptr);
+  EXPECT_FALSE(write(2, true, true) || write(1, false, true) || write(1, true, false));
 }
 
 TEST(QualityNetworkArchive, RankedAppPriorityFallsBackToThreeAndNeedsAnId) {
-  auto withPriority = [](std::function<void(KeyedArchiver&)> write) {
+  auto decode = [](std::function<void(KeyedArchiver&)> write) {
     return scripted<ZTIAMQualityNetworkRankedApp>([&](KeyedArchiver& c) {
       c.encodeString(std::string_view("id"), "_rankedAppId");
       write(c);
     });
   };
-  for (const auto& [raw, priority] : std::vector<std::pair<std::int64_t, std::int64_t>>{{7, 3}, {0, 3}, {1, 1}, {2, 2}}) {
-    EXPECT_EQ(withPriority([&](KeyedArchiver& c) { c.encodeInteger(raw, "_priority"); })->priority(), priority) << raw;
+  for (const auto& [raw, priority] : {std::pair<std::int64_t, std::int64_t>{7, 3}, {0, 3}, {1, 1}, {2, 2}}) {
+    EXPECT_EQ(decode([&](KeyedArchiver& c) { c.encodeInteger(raw, "_priority"); })->priority(), priority) << raw;
   }
-  EXPECT_EQ(withPriority([](KeyedArchiver&) {})->priority(), 3);
-  auto sparse = withPriority([](KeyedArchiver& c) {
+  auto bare = decode([](KeyedArchiver&) {});
+  EXPECT_EQ(bare->priority(), 3);
+  EXPECT_FALSE(bare->showFreeBadge());
+  auto mistyped = decode([](KeyedArchiver& c) {
     c.encodeInteger(1, "_showFreeBadge");
     c.encodeString(std::string_view("x"), "_advertisedApp");
     c.encodeInteger(4, "_resources");
   });
-  EXPECT_TRUE(sparse->showFreeBadge());
-  EXPECT_EQ(sparse->advertisedApp(), nullptr);
-  EXPECT_TRUE(sparse->resources().empty());
-  EXPECT_FALSE(withPriority([](KeyedArchiver&) {})->showFreeBadge());
-  EXPECT_EQ(scripted<ZTIAMQualityNetworkRankedApp>([](KeyedArchiver& c) { c.encodeInteger(1, "_priority"); }), nullptr);
+  EXPECT_TRUE(mistyped->showFreeBadge());
+  EXPECT_FALSE(mistyped->advertisedApp() || !mistyped->resources().empty());
+  EXPECT_FALSE(scripted<ZTIAMQualityNetworkRankedApp>([](KeyedArchiver& c) { c.encodeInteger(1, "_priority"); }));
 }
 
 }  // namespace

@@ -9,98 +9,19 @@
 #include <vector>
 
 #include "iam/model/Advertisement.h"
-#include "iam/model/AdvertisementTrigger.h"
-#include "iam/platform/Clock.h"
-#include "iam/platform/InfoLogSwitch.h"
-#include "iam/platform/LogBridge.h"
-#include "iam/platform/PreferencesStore.h"
-#include "iam/service/ZTIAMAppConfigType.h"
-#include "iam/stats/ZTIAMAdvertisementStats.h"
-#include "iam/stats/ZTIAMAppEventStats.h"
-#include "iam/stats/ZTIAMStatsGetterHelper.h"
-#include "iam/platform/InMemoryPreferencesStore.h"
-#include "testing/CapturingLogSink.h"
+#include "iam/service/AppConfig.h"
+#include "testing/TestEnvironment.h"
 
 namespace iam::testing {
 
-inline constexpr const char* kValidityLogFile = "InAppMarketing/source/Logic/Validity/_ZTIAMAdvertisementValidityHelper";
+inline const std::string kValidityLogFile = "InAppMarketing/source/Logic/Validity/_ZTIAMAdvertisementValidityHelper";
 
-// A stats getter with get-or-create look-ups that remembers what was asked, in order.
-class FakeStatsGetter final : public ZTIAMStatsGetterHelper {
- public:
-  std::shared_ptr<ZTIAMAdvertisementStats> getAdvertisementStatsByAdvertisementId(const std::string& id) override {
-    lookups.push_back("advertisement:" + id);
-    auto& record = advertisementStats[id];
-    if (!record) {
-      record = std::make_shared<ZTIAMAdvertisementStats>();
-      record->setAdvertisementId(id);
-    }
-    return record;
-  }
-  std::shared_ptr<ZTIAMAppEventStats> getAppEventStatsByEventKey(const std::string& eventKey) override {
-    lookups.push_back("event:" + eventKey);
-    auto& record = appEventStats[eventKey];
-    if (!record) {
-      record = std::make_shared<ZTIAMAppEventStats>();
-      record->setEventKey(eventKey);
-    }
-    return record;
-  }
-
-  // Counts only grow, so these raise a count to the value asked for.
-  void setEventCount(const std::string& eventKey, std::int64_t count) {
-    auto record = getAppEventStatsByEventKey(eventKey);
-    while (record->count() < count) record->incrementCount();
-    lookups.clear();
-  }
-  void setFireCount(const AdvertisementTrigger& trigger, std::int64_t count) {
-    auto record = getAdvertisementStatsByAdvertisementId(trigger.advertisement()->advertisementId());
-    auto triggerStats = record->getTriggerStatsWithTriggerId(trigger.triggerId());
-    while (triggerStats->count() < count) triggerStats->incrementCount();
-    lookups.clear();
-  }
-  void setImpression(const std::string& advertisementId, Date date) {
-    getAdvertisementStatsByAdvertisementId(advertisementId)->setMostRecentImpressionDate(date);
-    lookups.clear();
-  }
-
-  std::map<std::string, std::shared_ptr<ZTIAMAdvertisementStats>> advertisementStats;
-  std::map<std::string, std::shared_ptr<ZTIAMAppEventStats>> appEventStats;
-  std::vector<std::string> lookups;
-};
-
-class FakeAppConfig final : public ZTIAMAppConfigType {
- public:
-  explicit FakeAppConfig(double minimumInterval) : minimumInterval_(minimumInterval) {}
-  double minimumPopupImpressionTimeInterval() const override { return minimumInterval_; }
-  std::map<std::string, std::string> attributes() const override { return {}; }
-
- private:
-  double minimumInterval_;
-};
-
-// A manual clock, an empty in-memory preferences store (the launch count lives there) and a log
-// capture, with info logging off; all restored afterwards.
+// Runs on the test environment: the clock starts at `at(0)`, the launch count lives in its
+// preferences, and the validity helper's lines land in its log capture.
 class ValidityTest : public ::testing::Test {
  protected:
   static constexpr TimeInterval kStart = 1'700'000'000;
   static constexpr TimeInterval kDay = 24 * 60 * 60;
-
-  void SetUp() override {
-    clock_ = std::make_shared<ManualClock>(at(0));
-    Clock::setCurrent(clock_);
-    previousStore_ = PreferencesStore::standard();
-    PreferencesStore::setStandard(std::make_shared<InMemoryPreferencesStore>());
-    previousSwitch_ = InfoLogSwitch::logInfoEnabled();
-    InfoLogSwitch::setLogInfoEnabled(false);
-    log_ = std::make_unique<CapturingLogSink>();
-  }
-  void TearDown() override {
-    log_.reset();
-    InfoLogSwitch::setLogInfoEnabled(previousSwitch_);
-    PreferencesStore::setStandard(previousStore_);
-    Clock::setCurrent(nullptr);
-  }
 
   // `seconds` from the start of the test's clock.
   static Date at(TimeInterval seconds) { return dateWithTimeIntervalSince1970(kStart + seconds); }
@@ -111,43 +32,28 @@ class ValidityTest : public ::testing::Test {
     advertisement->setDisplayType(displayType);
     return advertisement;
   }
-  static std::shared_ptr<AdvertisementTrigger> addTrigger(const std::shared_ptr<Advertisement>& advertisement,
-                                                          const std::string& triggerId, const std::string& eventKey) {
-    auto trigger = std::make_shared<AdvertisementTrigger>(triggerId, eventKey);
-    trigger->setAdvertisement(advertisement);
-    auto triggers = advertisement->triggers();
-    triggers.insert(trigger);
-    advertisement->setTriggers(std::move(triggers));
-    return trigger;
+  static std::shared_ptr<AppConfig> config(TimeInterval minimumPopupInterval) {
+    return std::make_shared<AppConfig>(minimumPopupInterval, std::map<std::string, std::string>{});
   }
 
-  // Evaluates with info logging on, then off, checking the verdict and the one line logged each time
-  // ("" for none). Only a line `loggedRegardless` may appear with info logging off.
+  // Evaluates with info logging on, then off, checking the verdict and the one info line logged each
+  // time ("" for none). Only a line `loggedRegardless` may appear with info logging off.
   void expectVerdict(const std::function<bool()>& evaluate, bool want, const std::string& line,
                      const std::string& function, bool loggedRegardless = false) {
     for (bool info : {true, false}) {
-      InfoLogSwitch::setLogInfoEnabled(info);
+      env_.setInfoLogEnabled(info);
       EXPECT_EQ(evaluate(), want) << line << " info " << info;
-      auto records = log_->records();
-      log_->clear();
-      if (line.empty() || !(info || loggedRegardless)) {
-        EXPECT_TRUE(records.empty()) << "unexpected: " << records.front().message;
-        continue;
+      std::vector<std::string> logged, expected;
+      for (const auto& r : env_.log().records()) {
+        logged.push_back((r.level == LogLevel::Info ? "info " : "other ") + r.filename + " " + r.function + ": " + r.message);
       }
-      ASSERT_EQ(records.size(), 1u) << "expected only: " << line;
-      EXPECT_EQ(records[0].level, LogLevel::Info);
-      EXPECT_EQ(records[0].message, line);
-      EXPECT_EQ(records[0].filename, kValidityLogFile);
-      EXPECT_EQ(records[0].function, function);
+      env_.log().clear();
+      if (!line.empty() && (info || loggedRegardless)) expected.push_back("info " + kValidityLogFile + " " + function + ": " + line);
+      EXPECT_EQ(logged, expected) << "info " << info;
     }
   }
 
-  std::shared_ptr<ManualClock> clock_;
-  std::unique_ptr<CapturingLogSink> log_;
-
- private:
-  std::shared_ptr<PreferencesStore> previousStore_;
-  bool previousSwitch_ = false;
+  TestEnvironment env_{at(0)};
 };
 
 }  // namespace iam::testing

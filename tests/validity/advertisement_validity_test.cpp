@@ -19,117 +19,101 @@ class AdvertisementValidityTest : public ValidityTest {
     expectVerdict([&] { return Helper::isAdvertisementValid(ad, stats); }, want, line, "isAdvertisementValid",
                   loggedRegardless);
   }
-  static std::shared_ptr<ZTIAMAdvertisementStats> freshStats(const std::string& id) {
-    auto stats = std::make_shared<ZTIAMAdvertisementStats>();
-    stats->setAdvertisementId(id);
-    return stats;
-  }
 };
 
-TEST_F(AdvertisementValidityTest, ScheduleIncludesBothEndInstantsToTheFraction) {
-  auto ad = makeAdvertisement("sched");
-  auto stats = freshStats("sched");
-  struct Case { Seconds start, end; bool valid; } cases[] = {
-      {1, {}, false}, {0.25, {}, false}, {0, {}, true}, {-0.25, {}, true},
-      {{}, 0, true},  {{}, -0.25, false}, {{}, -1, false}, {-1, 1, true},
+// Schedule ends are inclusive to the fraction; a cap below one, or none, is no cap and lets one
+// more impression through; a postponement ends at its start plus the whole seconds of its delay.
+TEST_F(AdvertisementValidityTest, ScheduleImpressionCapAndPostponementBoundaries) {
+  const std::string kDate = "of its start and end date.", kPostponed = "it is postponed.";
+  struct Case {
+    Seconds start{}, end{};
+    std::optional<std::int64_t> cap{};
+    std::int64_t impressions = 0;
+    bool postponeEnabled = false;
+    Seconds delay{};
+    double now = 0;
+    std::string line{};
+  } cases[] = {
+      {.start = 1, .line = kDate}, {.start = 0.25, .line = kDate}, {.start = 0}, {.start = -0.25}, {.end = 0},
+      {.end = -0.25, .line = kDate}, {.end = -1, .line = kDate}, {.start = -1, .end = 1},
+      {.cap = 3, .impressions = 3}, {.cap = 3, .impressions = 4, .line = "of its impression count (4)."},
+      {.cap = 1, .impressions = 1}, {.cap = 1, .impressions = 2, .line = "of its impression count (2)."},
+      {.cap = 0, .impressions = 1000}, {.cap = -1, .impressions = 1000}, {.impressions = 1000},
+      {.postponeEnabled = true, .delay = 3600, .now = 3599, .line = kPostponed},
+      {.postponeEnabled = true, .delay = 3600, .now = 3600},
+      {.postponeEnabled = true, .delay = 3600.9, .now = 3599.5, .line = kPostponed},
+      {.postponeEnabled = true, .delay = 3600.9, .now = 3600}, {.postponeEnabled = false, .delay = 3600, .now = 10},
+      {.postponeEnabled = true, .delay = 0.0}, {.postponeEnabled = true, .delay = 0.5}, {.postponeEnabled = true, .now = 10},
   };
   for (const auto& c : cases) {
+    auto ad = makeAdvertisement("ad");
     ad->setStartDate(c.start ? std::optional(at(*c.start)) : std::nullopt);
     ad->setEndDate(c.end ? std::optional(at(*c.end)) : std::nullopt);
-    SCOPED_TRACE(::testing::Message() << c.start.value_or(-99) << " " << c.end.value_or(-99));
-    EXPECT_EQ(Helper::currentDateIsValidForAdvertisement(*ad), c.valid);
-    expectValid(*ad, *stats, c.valid, c.valid ? "" : refusal("sched", "of its start and end date."));
-  }
-}
-
-TEST_F(AdvertisementValidityTest, ImpressionCapLetsOneMoreImpressionThrough) {
-  auto ad = makeAdvertisement("capped");
-  auto stats = freshStats("capped");
-  // A cap below one, or none, is no cap.
-  struct Case { std::optional<std::int64_t> cap; std::int64_t impressions; bool valid; } cases[] = {
-      {3, 3, true}, {3, 4, false}, {1, 1, true}, {1, 2, false}, {0, 1000, true}, {-1, 1000, true}, {{}, 1000, true},
-  };
-  for (const auto& c : cases) {
     ad->setMaxImpressionCount(c.cap);
-    stats->setNumberOfImpressions(c.impressions);
-    SCOPED_TRACE(::testing::Message() << c.cap.value_or(-99) << " " << c.impressions);
-    EXPECT_EQ(Helper::impressionCountIsValidForAdvertisement(*ad, *stats), c.valid);
-    expectValid(*ad, *stats, c.valid,
-                c.valid ? "" : refusal("capped", "of its impression count (" + std::to_string(c.impressions) + ")."));
-  }
-}
-
-TEST_F(AdvertisementValidityTest, PostponementEndsAtItsExactEndInWholeSeconds) {
-  auto ad = makeAdvertisement("later");
-  auto stats = freshStats("later");
-  stats->handlePostpone();  // stamped at the clock's start
-  struct Case { bool enabled; Seconds delay; double now; bool postponed; } cases[] = {
-      {true, 3600, 3599, true},    {true, 3600, 3600, false}, {true, 3600.9, 3599.5, true},
-      {true, 3600.9, 3600, false}, {false, 3600, 10, false},  {true, 0.0, 0, false},
-      {true, 0.5, 0, false},       {true, {}, 10, false},
-  };
-  for (const auto& c : cases) {
-    ad->setPostponeEnabled(c.enabled);
+    ad->setPostponeEnabled(c.postponeEnabled);
     ad->setPostponeDelay(c.delay);
-    clock_->setNow(at(c.now));
-    SCOPED_TRACE(::testing::Message() << c.enabled << " " << c.delay.value_or(-99) << " " << c.now);
-    EXPECT_EQ(Helper::advertisementIsPostponed(*ad, *stats), c.postponed);
-    expectValid(*ad, *stats, !c.postponed, c.postponed ? refusal("later", "it is postponed.") : "");
+    env_.clock().setNow(at(0));
+    ZTIAMAdvertisementStats stats;
+    stats.setNumberOfImpressions(c.impressions);
+    stats.handlePostpone();
+    env_.clock().setNow(at(c.now));
+    SCOPED_TRACE(::testing::Message() << c.start.value_or(-99) << " " << c.end.value_or(-99) << " " << c.cap.value_or(-99)
+                                      << " " << c.impressions << " " << c.delay.value_or(-99) << " " << c.now);
+    expectValid(*ad, stats, c.line.empty(), c.line.empty() ? "" : refusal("ad", c.line));
   }
   // Without a recorded postpone the delay does not matter; dismissing or opening never rules out.
+  auto ad = makeAdvertisement("ad");
   ad->setPostponeEnabled(true);
   ad->setPostponeDelay(3600);
-  stats = freshStats("later");
-  stats->handleDismiss();
-  stats->handleClick();
-  EXPECT_FALSE(Helper::advertisementIsPostponed(*ad, *stats));
-  EXPECT_FALSE(Helper::advertisementIsDismissed(*ad, *stats));
-  EXPECT_FALSE(Helper::advertisementIsOpened(*ad, *stats));
+  ZTIAMAdvertisementStats stats;
+  stats.handleDismiss();
+  stats.handleClick();
+  expectValid(*ad, stats, true);
 }
 
 TEST_F(AdvertisementValidityTest, CapabilityRefusalsAreLoggedRegardlessOfTheSwitch) {
   auto form = makeAdvertisement("form");
   form->setOkActionType(ZTIAMAdvertisementActionTypeOpenContactForm);
-  expectValid(*form, *freshStats("form"), false, refusal("form", "open contact form is not supported."), true);
+  ZTIAMAdvertisementStats stats;
+  expectValid(*form, stats, false, refusal("form", "open contact form is not supported."), true);
 
   auto review = makeAdvertisement("review", ZTIAMAdvertisementDisplayTypeReviewQuestion);
-  auto stats = freshStats("review");
-  stats->setMostRecentImpressionDate(at(-kDay));
-  expectValid(*review, *stats, false, refusal("review", "one of it additional parameters is invalid."), true);
-  stats->setMostRecentImpressionDate(at(-61 * kDay));
-  expectValid(*review, *stats, true);
+  stats.setMostRecentImpressionDate(at(-kDay));
+  expectValid(*review, stats, false, refusal("review", "one of it additional parameters is invalid."), true);
+  stats.setMostRecentImpressionDate(at(-61 * kDay));
+  expectValid(*review, stats, true);
   // The review rule belongs to review questions alone.
-  stats->setMostRecentImpressionDate(at(-1));
-  expectValid(*makeAdvertisement("dfp"), *stats, true);
+  stats.setMostRecentImpressionDate(at(-1));
+  expectValid(*makeAdvertisement("dfp"), stats, true);
 
   // An invalid display type is refused before anything is logged.
   form->setDisplayType(ZTIAMAdvertisementDisplayTypeInvalid);
   form->setEndDate(at(-10));
-  expectValid(*form, *stats, false);
+  expectValid(*form, stats, false);
 }
 
 TEST_F(AdvertisementValidityTest, FirstFailingCheckDecidesAndLogsAlone) {
   auto ad = makeAdvertisement("many", ZTIAMAdvertisementDisplayTypeReviewQuestion);
-  auto stats = freshStats("many");
+  ZTIAMAdvertisementStats stats;
   ad->setOkActionType(ZTIAMAdvertisementActionTypeOpenContactForm);
-  stats->setMostRecentImpressionDate(at(-1));  // the review interval fails too
+  stats.setMostRecentImpressionDate(at(-1));  // the review interval fails too
   ad->setPostponeEnabled(true);
   ad->setPostponeDelay(600);
-  stats->handlePostpone();
+  stats.handlePostpone();
   ad->setMaxImpressionCount(1);
-  stats->setNumberOfImpressions(5);
+  stats.setNumberOfImpressions(5);
   ad->setStartDate(at(10));
 
   // With info logging off, the earlier refusals never reach the lines written regardless.
-  expectValid(*ad, *stats, false, refusal("many", "of its start and end date."));
+  expectValid(*ad, stats, false, refusal("many", "of its start and end date."));
   ad->setStartDate(std::nullopt);
-  expectValid(*ad, *stats, false, refusal("many", "of its impression count (5)."));
+  expectValid(*ad, stats, false, refusal("many", "of its impression count (5)."));
   ad->setMaxImpressionCount(std::nullopt);
-  expectValid(*ad, *stats, false, refusal("many", "it is postponed."));
+  expectValid(*ad, stats, false, refusal("many", "it is postponed."));
   ad->setPostponeEnabled(false);
-  expectValid(*ad, *stats, false, refusal("many", "open contact form is not supported."), true);
+  expectValid(*ad, stats, false, refusal("many", "open contact form is not supported."), true);
   ad->setOkActionType(ZTIAMAdvertisementActionTypeOpenReview);
-  expectValid(*ad, *stats, false, refusal("many", "one of it additional parameters is invalid."), true);
+  expectValid(*ad, stats, false, refusal("many", "one of it additional parameters is invalid."), true);
 }
 
 }  // namespace
