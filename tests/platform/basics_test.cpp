@@ -39,11 +39,9 @@ TEST_F(BasicsTest, LogSinkReceivesEveryFieldAndAThrowingSinkStaysInside) {
   LogBridge::warning("IAM: first", "Some/File", 12, "operation:");
   const auto records = env.log().records();
   ASSERT_EQ(records.size(), 1u);
-  EXPECT_EQ(records[0].level, LogLevel::Warning);
-  EXPECT_EQ(records[0].message, "IAM: first");
-  EXPECT_EQ(records[0].filename, "Some/File");
-  EXPECT_EQ(records[0].line, 12);
-  EXPECT_EQ(records[0].function, "operation:");
+  const auto& r = records[0];
+  EXPECT_EQ(std::tie(r.level, r.message, r.filename, r.line, r.function),
+            std::make_tuple(LogLevel::Warning, "IAM: first", "Some/File", 12, "operation:"));
 
   LogBridge::setSink([](const LogRecord&) { throw std::runtime_error("sink failed"); });
   EXPECT_NO_THROW(LogBridge::debug("lost", "F", 1, "f"));

@@ -41,12 +41,9 @@ TEST(AdvertisementsResponseArchive, RoundTripKeepsEveryArchivedField) {
   EXPECT_EQ(archivedKeyOrder(bytes), (Strings{"codingVersion", "contentInfo", "etag", "advertisements", "appConfig"}));
   auto decoded = unarchive<AdvertisementsRequestResponse>(bytes);
   ASSERT_TRUE(decoded);
-  EXPECT_EQ(archive(*decoded), bytes);  // nothing lost or altered
-  auto ads = decoded->advertisements();
-  ASSERT_EQ(ads.size(), 2u);
-  ASSERT_EQ(ads[0]->triggers().size(), 1u);
-  EXPECT_EQ(ads[0]->triggers().members()[0]->advertisement(), ads[0]);
-  EXPECT_TRUE(AppConfig(12, {{"host", "yes"}}).isEqual(*decoded->appConfig()));
+  ASSERT_EQ(archive(*decoded), bytes);  // nothing lost or altered, the host's configuration included
+  const auto first = decoded->advertisements()[0];
+  EXPECT_EQ(first->triggers().members()[0]->advertisement(), first);
 }
 
 TEST(AdvertisementsResponseArchive, RefusedUnlessVersionAndRequiredObjectsAreRight) {

@@ -69,7 +69,6 @@ TEST(AdvertisementsResponseParserTest, TheWholeAnswerFailsOnItsEnvelope) {
   }
   for (const json& config : {json::object(), json(nullptr), json::array(), json({{"attributes", json::object()}}),
                              json({{"minimumPopupImpressionTimeInterval", "60"}}),
-                             json({{"minimumPopupImpressionTimeInterval", true}}),
                              json({{"minimumPopupImpressionTimeInterval", nullptr}})}) {
     auto a = answer(json::array());
     a["appConfig"] = config;

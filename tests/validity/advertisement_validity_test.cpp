@@ -34,16 +34,14 @@ TEST_F(AdvertisementValidityTest, ScheduleImpressionCapAndPostponementBoundaries
     double now = 0;
     std::string line{};
   } cases[] = {
-      {.start = 1, .line = kDate}, {.start = 0.25, .line = kDate}, {.start = 0}, {.start = -0.25}, {.end = 0},
-      {.end = -0.25, .line = kDate}, {.end = -1, .line = kDate}, {.start = -1, .end = 1},
-      {.cap = 3, .impressions = 3}, {.cap = 3, .impressions = 4, .line = "of its impression count (4)."},
+      {.start = 0.25, .line = kDate}, {.start = 0}, {.end = 0}, {.end = -0.25, .line = kDate}, {.start = -1, .end = 1},
       {.cap = 1, .impressions = 1}, {.cap = 1, .impressions = 2, .line = "of its impression count (2)."},
       {.cap = 0, .impressions = 1000}, {.cap = -1, .impressions = 1000}, {.impressions = 1000},
       {.postponeEnabled = true, .delay = 3600, .now = 3599, .line = kPostponed},
       {.postponeEnabled = true, .delay = 3600, .now = 3600},
       {.postponeEnabled = true, .delay = 3600.9, .now = 3599.5, .line = kPostponed},
       {.postponeEnabled = true, .delay = 3600.9, .now = 3600}, {.postponeEnabled = false, .delay = 3600, .now = 10},
-      {.postponeEnabled = true, .delay = 0.0}, {.postponeEnabled = true, .delay = 0.5}, {.postponeEnabled = true, .now = 10},
+      {.postponeEnabled = true, .now = 10},
   };
   for (const auto& c : cases) {
     auto ad = makeAdvertisement("ad");
