@@ -2,6 +2,7 @@
 
 #include <fmt/format.h>
 
+#include "iam/ArchivableClasses.h"
 #include "iam/platform/Application.h"
 #include "iam/platform/InfoLogSwitch.h"
 #include "iam/platform/KeyedArchiver.h"
@@ -49,6 +50,8 @@ void saveResponse(const Archivable* response, std::string_view key) {
 }  // namespace
 
 ZTInAppMarketingManagerLogic::ZTInAppMarketingManagerLogic() {
+  // Hosts read the cached records back untyped through the settings, too.
+  registerArchivableClasses();
   loadAdvertisementResponse();
   loadNativeQualityNetworkResponse();
   statsHelper_ = std::make_unique<ZTIAMStatsHelper>();

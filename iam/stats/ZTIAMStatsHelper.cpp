@@ -7,6 +7,7 @@
 #include "iam/platform/InfoLogSwitch.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/ZTSettings.h"
+#include "iam/stats/StatsArchivableClasses.h"
 #include "iam/stats/internal/StatsMapArchiver.h"
 
 namespace iam {
@@ -53,6 +54,9 @@ ZTIAMStatsHelper::ZTIAMStatsHelper()
       saveState_(std::make_unique<SaveState>()),
       queue_(std::make_unique<LegacyZTBackgroundQueue>(std::string(kQueueUniqueId))) {
   queue_->setMaxConcurrentCount(1);
+  // Trigger records load untyped inside their advertisement's record; an unregistered class would
+  // drop them and their counts.
+  registerStatsArchivableClasses();
   loadAdvertisementStats();
   loadGlobalAppEventStats();
 }
