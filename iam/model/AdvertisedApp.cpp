@@ -45,7 +45,7 @@ std::shared_ptr<AdvertisedApp> AdvertisedApp::initWithCoder(const KeyedUnarchive
   app->rating_ = coder.decodeStringForKey("rating");
   app->free_ = coder.decodeBoolForKey("free");
   if (auto resources = coder.decodeDictionaryOfObjectsOfClassForKey<ZTIAMResource>("resources")) {
-    app->resources_ = ZTIAMResourceMap(resources->begin(), resources->end());
+    app->resources_.merge(*resources);
   }
   app->storeInfo_ = coder.decodeObjectOfClassForKey<StoreAppInfo>("storeInfo");
   return app;

@@ -154,7 +154,7 @@ std::shared_ptr<Advertisement> Advertisement::initWithCoder(const KeyedUnarchive
   ad->triggers_ = decodeObjectSet<AdvertisementTrigger>(coder, "triggers");
   ad->targets_ = decodeObjectSet<AdvertisementTarget>(coder, "targets");
   if (auto resources = coder.decodeDictionaryOfObjectsOfClassForKey<ZTIAMResource>("resources")) {
-    ad->resources_ = ZTIAMResourceMap(resources->begin(), resources->end());
+    ad->resources_.merge(*resources);  // moves the nodes, keys and records are not copied
   }
   ad->advertisedApp_ = coder.decodeObjectOfClassForKey<AdvertisedApp>("advertisedApp");
   for (const auto& trigger : ad->triggers_) trigger->setAdvertisement(ad);

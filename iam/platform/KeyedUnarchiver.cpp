@@ -2,9 +2,10 @@
 
 #include <cstring>
 
-#include <msgpack/null_visitor.hpp>
-#include <msgpack/parse.hpp>
-#include <msgpack/unpack.hpp>
+#include <memory_resource>
+#include <new>
+
+#include <msgpack/object.hpp>
 
 #include "iam/platform/internal/ArchiveFormat.h"
 
@@ -14,84 +15,219 @@ using archive_format::kMaximumContainerDepth;
 
 namespace {
 
-// Checks the shape of the bytes before anything is allocated for them. msgpack-cxx reserves room for
-// every element a container header announces before reading the elements, so a few hostile bytes
-// could ask for gigabytes. Every value takes at least one byte, hence a readable archive announces
-// no more values than it has bytes. Also refuses map keys other than strings and too deep nesting.
-class ShapeCheck : public msgpack::null_visitor {
+// Builds the MessagePack tree in one pass over the bytes, with strings, data and extensions left in
+// the caller's bytes (which outlive the decoding) and every node in one arena. Refuses, before
+// anything is allocated for them, containers announcing more values in total than the input has
+// bytes (every value takes at least one byte, so a readable archive never does; a few hostile bytes
+// must not ask for gigabytes), map keys other than strings, nesting beyond the fixed depth,
+// truncation and trailing bytes.
+class TreeReader {
  public:
-  explicit ShapeCheck(std::size_t size) : budget_(size) {}
+  TreeReader(const char* bytes, std::size_t size, std::pmr::memory_resource& arena)
+      : p_(bytes), end_(bytes + size), budget_(size), arena_(arena) {}
 
-  bool visit_nil() { return notKey(); }
-  bool visit_boolean(bool) { return notKey(); }
-  bool visit_positive_integer(std::uint64_t) { return notKey(); }
-  bool visit_negative_integer(std::int64_t) { return notKey(); }
-  bool visit_float32(float) { return notKey(); }
-  bool visit_float64(double) { return notKey(); }
-  bool visit_str(const char*, std::uint32_t) {
-    keyExpected_ = false;
-    return true;
-  }
-  bool visit_bin(const char*, std::uint32_t) { return notKey(); }
-  bool visit_ext(const char*, std::uint32_t) { return notKey(); }
-  bool start_array(std::uint32_t n) { return notKey() && open(n); }
-  bool end_array() {
-    --depth_;
-    return true;
-  }
-  bool start_map(std::uint32_t n) { return notKey() && open(std::uint64_t{n} * 2); }
-  bool start_map_key() {
-    keyExpected_ = true;
-    return true;
-  }
-  bool end_map() {
-    --depth_;
-    return true;
-  }
-  void parse_error(std::size_t, std::size_t) { failed_ = true; }
-  void insufficient_bytes(std::size_t, std::size_t) { failed_ = true; }
-
-  bool failed() const { return failed_; }
+  bool readRoot(msgpack::object& root) { return read(root, 0) && p_ == end_; }
 
  private:
-  bool notKey() const { return !keyExpected_; }
-  bool open(std::uint64_t values) {
-    if (++depth_ > kMaximumContainerDepth) return false;
-    announced_ += values;
-    return announced_ <= budget_;
+  bool has(std::size_t n) const { return static_cast<std::size_t>(end_ - p_) >= n; }
+  std::uint8_t u8() { return static_cast<std::uint8_t>(*p_++); }
+  std::uint16_t u16() {
+    const auto* b = reinterpret_cast<const unsigned char*>(p_);
+    p_ += 2;
+    return static_cast<std::uint16_t>((b[0] << 8) | b[1]);
+  }
+  std::uint32_t u32() {
+    const std::uint32_t v = archive_format::bigEndian32(p_);
+    p_ += 4;
+    return v;
+  }
+  std::uint64_t u64() {
+    const std::uint64_t v = archive_format::bigEndian64(p_);
+    p_ += 8;
+    return v;
   }
 
+  // The length of a sized form whose length field takes `width` bytes.
+  bool length(int width, std::uint32_t& n) {
+    if (!has(static_cast<std::size_t>(width))) return false;
+    n = width == 1 ? u8() : width == 2 ? u16() : u32();
+    return true;
+  }
+
+  bool bytesOf(std::uint32_t n, const char*& at) {
+    if (!has(n)) return false;
+    at = p_;
+    p_ += n;
+    return true;
+  }
+
+  bool str(msgpack::object& o, std::uint32_t n) {
+    o.type = msgpack::type::STR;
+    o.via.str.size = n;
+    return bytesOf(n, o.via.str.ptr);
+  }
+  bool bin(msgpack::object& o, std::uint32_t n) {
+    o.type = msgpack::type::BIN;
+    o.via.bin.size = n;
+    return bytesOf(n, o.via.bin.ptr);
+  }
+  // The extension's view starts at its type byte.
+  bool ext(msgpack::object& o, std::uint32_t n) {
+    o.type = msgpack::type::EXT;
+    o.via.ext.size = n;
+    return std::uint64_t{n} + 1 <= static_cast<std::uint64_t>(end_ - p_) && bytesOf(n + 1, o.via.ext.ptr);
+  }
+  bool integer(msgpack::object& o, std::int64_t v) {
+    if (v < 0) {
+      o.type = msgpack::type::NEGATIVE_INTEGER;
+      o.via.i64 = v;
+    } else {
+      o.type = msgpack::type::POSITIVE_INTEGER;
+      o.via.u64 = static_cast<std::uint64_t>(v);
+    }
+    return true;
+  }
+  bool unsignedInteger(msgpack::object& o, std::uint64_t v) {
+    o.type = msgpack::type::POSITIVE_INTEGER;
+    o.via.u64 = v;
+    return true;
+  }
+
+  msgpack::object* nodes(std::uint64_t values, std::size_t depth) {
+    if (depth + 1 > kMaximumContainerDepth) return nullptr;
+    announced_ += values;
+    if (announced_ > budget_) return nullptr;
+    auto* at = static_cast<msgpack::object*>(arena_.allocate(values * sizeof(msgpack::object), alignof(msgpack::object)));
+    return at;
+  }
+
+  bool array(msgpack::object& o, std::uint32_t n, std::size_t depth) {
+    o.type = msgpack::type::ARRAY;
+    o.via.array.size = 0;
+    o.via.array.ptr = nullptr;
+    if (n == 0) return depth + 1 <= kMaximumContainerDepth;
+    msgpack::object* items = nodes(n, depth);
+    if (items == nullptr) return false;
+    o.via.array.ptr = items;
+    for (std::uint32_t i = 0; i < n; ++i) {
+      if (!read(*new (items + i) msgpack::object(), depth + 1)) return false;
+      o.via.array.size = i + 1;
+    }
+    return true;
+  }
+
+  bool map(msgpack::object& o, std::uint32_t n, std::size_t depth) {
+    o.type = msgpack::type::MAP;
+    o.via.map.size = 0;
+    o.via.map.ptr = nullptr;
+    if (n == 0) return depth + 1 <= kMaximumContainerDepth;
+    static_assert(sizeof(msgpack::object_kv) == 2 * sizeof(msgpack::object));
+    msgpack::object* slots = nodes(std::uint64_t{n} * 2, depth);
+    if (slots == nullptr) return false;
+    auto* pairs = reinterpret_cast<msgpack::object_kv*>(slots);
+    o.via.map.ptr = pairs;
+    for (std::uint32_t i = 0; i < n; ++i) {
+      auto* pair = new (pairs + i) msgpack::object_kv();
+      if (!key(pair->key) || !read(pair->val, depth + 1)) return false;
+      o.via.map.size = i + 1;
+    }
+    return true;
+  }
+
+  bool key(msgpack::object& o) {
+    if (!has(1)) return false;
+    const std::uint8_t b = u8();
+    std::uint32_t n = 0;
+    if ((b & 0xe0) == 0xa0) return str(o, b & 0x1fu);
+    switch (b) {
+      case 0xd9: return length(1, n) && str(o, n);
+      case 0xda: return length(2, n) && str(o, n);
+      case 0xdb: return length(4, n) && str(o, n);
+      default: return false;
+    }
+  }
+
+  bool read(msgpack::object& o, std::size_t depth) {
+    if (!has(1)) return false;
+    const std::uint8_t b = u8();
+    if (b <= 0x7f) return unsignedInteger(o, b);
+    if (b >= 0xe0) return integer(o, static_cast<std::int8_t>(b));
+    if ((b & 0xe0) == 0xa0) return str(o, b & 0x1fu);
+    if ((b & 0xf0) == 0x90) return array(o, b & 0x0fu, depth);
+    if ((b & 0xf0) == 0x80) return map(o, b & 0x0fu, depth);
+    std::uint32_t n = 0;
+    switch (b) {
+      case 0xc0:
+        o.type = msgpack::type::NIL;
+        return true;
+      case 0xc2:
+      case 0xc3:
+        o.type = msgpack::type::BOOLEAN;
+        o.via.boolean = b == 0xc3;
+        return true;
+      case 0xc4: return length(1, n) && bin(o, n);
+      case 0xc5: return length(2, n) && bin(o, n);
+      case 0xc6: return length(4, n) && bin(o, n);
+      case 0xc7: return length(1, n) && ext(o, n);
+      case 0xc8: return length(2, n) && ext(o, n);
+      case 0xc9: return length(4, n) && ext(o, n);
+      case 0xca: {
+        if (!has(4)) return false;
+        const std::uint32_t bits = u32();
+        float f = 0;
+        std::memcpy(&f, &bits, sizeof f);
+        o.type = msgpack::type::FLOAT32;
+        o.via.f64 = f;
+        return true;
+      }
+      case 0xcb: {
+        if (!has(8)) return false;
+        const std::uint64_t bits = u64();
+        o.type = msgpack::type::FLOAT64;
+        std::memcpy(&o.via.f64, &bits, sizeof bits);
+        return true;
+      }
+      case 0xcc: return has(1) && unsignedInteger(o, u8());
+      case 0xcd: return has(2) && unsignedInteger(o, u16());
+      case 0xce: return has(4) && unsignedInteger(o, u32());
+      case 0xcf: return has(8) && unsignedInteger(o, u64());
+      case 0xd0: return has(1) && integer(o, static_cast<std::int8_t>(u8()));
+      case 0xd1: return has(2) && integer(o, static_cast<std::int16_t>(u16()));
+      case 0xd2: return has(4) && integer(o, static_cast<std::int32_t>(u32()));
+      case 0xd3: return has(8) && integer(o, static_cast<std::int64_t>(u64()));
+      case 0xd4: return ext(o, 1);
+      case 0xd5: return ext(o, 2);
+      case 0xd6: return ext(o, 4);
+      case 0xd7: return ext(o, 8);
+      case 0xd8: return ext(o, 16);
+      case 0xd9: return length(1, n) && str(o, n);
+      case 0xda: return length(2, n) && str(o, n);
+      case 0xdb: return length(4, n) && str(o, n);
+      case 0xdc: return length(2, n) && array(o, n, depth);
+      case 0xdd: return length(4, n) && array(o, n, depth);
+      case 0xde: return length(2, n) && map(o, n, depth);
+      case 0xdf: return length(4, n) && map(o, n, depth);
+      default: return false;  // 0xc1, never used
+    }
+  }
+
+  const char* p_;
+  const char* end_;
   std::uint64_t budget_;
   std::uint64_t announced_ = 1;  // the root value
-  std::size_t depth_ = 0;
-  bool keyExpected_ = false;
-  bool failed_ = false;
+  std::pmr::memory_resource& arena_;
 };
-
-// Strings, data and extensions stay in the caller's bytes, which outlive the decoding.
-bool referenceInput(msgpack::type::object_type, std::size_t, void*) { return true; }
 
 }  // namespace
 
 bool KeyedUnarchiver::withArchiveImpl(std::span<const std::uint8_t> data, void (*call)(void*, const ArchiveValue&),
                                       void* ctx) {
   if (data.empty()) return false;
-  const char* bytes = reinterpret_cast<const char*>(data.data());
-  const std::size_t size = data.size();
   try {
-    ShapeCheck check(size);
-    std::size_t checked = 0;
-    if (!msgpack::parse(bytes, size, checked, check) || check.failed() || checked != size) return false;
-
-    // Every size is bounded by the input; the shape check has made sure of the totals already.
-    const msgpack::unpack_limit limit(size, size / 2, size, size, size, kMaximumContainerDepth);
-    // The default chunk size: large first chunks measured an order of magnitude slower (fresh
-    // pages on every decode).
-    msgpack::zone zone;
-    std::size_t offset = 0;
-    bool referenced = false;
-    const msgpack::object root = msgpack::unpack(zone, bytes, size, offset, referenced, &referenceInput, nullptr, limit);
-    if (offset != size) return false;
+    std::pmr::monotonic_buffer_resource arena;
+    msgpack::object root;
+    TreeReader reader(reinterpret_cast<const char*>(data.data()), data.size(), arena);
+    if (!reader.readRoot(root)) return false;
     call(ctx, ArchiveValue(&root, 0));
     return true;
   } catch (...) {
@@ -108,10 +244,16 @@ std::shared_ptr<Archivable> KeyedUnarchiver::unarchivedObjectFromData(std::span<
 ArchiveValue KeyedUnarchiver::valueForKey(std::string_view key) const {
   if (map_ == nullptr) return {};
   const auto& map = *static_cast<const msgpack::object_map*>(map_);
-  for (std::uint32_t i = 0; i < map.size; ++i) {
+  // Records read their keys in about the order they wrote them: start where the last hit was.
+  const auto matches = [&](std::uint32_t i) {
     const msgpack::object& k = map.ptr[i].key;
-    if (k.type == msgpack::type::STR && k.via.str.size == key.size() &&
-        (key.empty() || std::memcmp(k.via.str.ptr, key.data(), key.size()) == 0)) {
+    return k.type == msgpack::type::STR && k.via.str.size == key.size() &&
+           (key.empty() || (k.via.str.ptr[0] == key[0] && std::memcmp(k.via.str.ptr, key.data(), key.size()) == 0));
+  };
+  const std::uint32_t start = next_ < map.size ? next_ : 0;
+  for (std::uint32_t n = 0, i = start; n < map.size; ++n, i = i + 1 == map.size ? 0 : i + 1) {
+    if (matches(i)) {
+      next_ = i + 1;
       return ArchiveValue(&map.ptr[i].val, depth_);
     }
   }

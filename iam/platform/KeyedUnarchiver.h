@@ -119,6 +119,7 @@ class KeyedUnarchiver {
 
   const void* map_ = nullptr;  // msgpack::object_map inside the decoding arena
   int depth_ = 0;
+  mutable std::uint32_t next_ = 0;  // where the next key lookup starts
 };
 
 }  // namespace iam
