@@ -45,6 +45,13 @@ bool ZTPopupConductor::isShowingPopupFrom(std::int64_t source) const {
   return showing_ && showing_->popupSource() == source;
 }
 
+bool ZTPopupConductor::isPopupQueuedOrShowing(const ZTPopupPresentable* popup) const {
+  if (!popup) return false;
+  std::lock_guard lock(mutex_);
+  return showing_.get() == popup ||
+         std::any_of(waiting_.begin(), waiting_.end(), [&](const auto& p) { return p.get() == popup; });
+}
+
 bool ZTPopupConductor::canShowNonUrgentPopups() const {
   std::lock_guard lock(mutex_);
   return canShowNonUrgent_;
@@ -105,12 +112,14 @@ void ZTPopupConductor::showNext() {
     next = takeNextLocked();
   }
   if (!next) return;
+  ZTPopupPresentResult result = ZTPopupPresentResultCannotPresent;
   try {
-    next->presentPopup();
+    result = next->presentPopup();
   } catch (...) {
     LogBridge::error("IAM: A popup threw while being presented.", kLogFile, __LINE__, "showNext");
-    popupDidDismiss(next.get());
   }
+  // A popup that could not be shown must not hold the screen for the ones behind it.
+  if (result != ZTPopupPresentResultPresented) popupDidDismiss(next.get());
 }
 
 }  // namespace iam

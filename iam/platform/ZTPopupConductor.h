@@ -7,6 +7,13 @@
 
 namespace iam {
 
+// What a popup answers when its turn comes.
+enum ZTPopupPresentResult : std::int64_t {
+  ZTPopupPresentResultPresented = 0,
+  // It has nothing (left) to show; the conductor drops it and gives the next one its turn.
+  ZTPopupPresentResultCannotPresent = 1,
+};
+
 // A popup that takes its turn through the popup conductor: the library's own or the host's.
 // `source` names who shows it (the library's own popups use source 6).
 class ZTPopupPresentable {
@@ -16,7 +23,15 @@ class ZTPopupPresentable {
   // Urgent popups are shown even while non-urgent ones are held back.
   virtual bool isUrgentPopup() const { return false; }
   // Its turn has come: show it now. When it is gone, it tells the conductor with `popupDidDismiss`.
-  virtual void presentPopup() = 0;
+  virtual ZTPopupPresentResult presentPopup() = 0;
+};
+
+// A popup the app's coordinator may take away before the user has answered it (a host's conductor
+// does so when something more important comes up). It still ends with `popupDidDismiss`.
+class ZTPopupDismissable {
+ public:
+  virtual ~ZTPopupDismissable() = default;
+  virtual void dismissPopup() = 0;
 };
 
 // Coordinates the popups of the whole app so that two never cover each other: one popup on screen
@@ -39,6 +54,8 @@ class ZTPopupConductor {
 
   virtual bool isShowingPopup() const;
   virtual bool isShowingPopupFrom(std::int64_t source) const;
+  // True while `popup` waits in the queue or is the one on screen.
+  virtual bool isPopupQueuedOrShowing(const ZTPopupPresentable* popup) const;
   virtual bool canShowNonUrgentPopups() const;
   virtual void setCanShowNonUrgentPopups(bool value);
 

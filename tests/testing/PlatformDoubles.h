@@ -52,7 +52,10 @@ class TestPopup final : public ZTPopupPresentable {
   explicit TestPopup(std::int64_t source, bool urgent = false) : source_(source), urgent_(urgent) {}
   std::int64_t popupSource() const override { return source_; }
   bool isUrgentPopup() const override { return urgent_; }
-  void presentPopup() override { ++presented; }
+  ZTPopupPresentResult presentPopup() override {
+    ++presented;
+    return ZTPopupPresentResultPresented;
+  }
   int presented = 0;
 
  private:
