@@ -141,7 +141,8 @@ std::vector<std::string> notesOn(const Advertisement& ad, const std::set<std::st
     if (!ad.okActionMeta() || ad.okActionMeta()->empty())
       notes.push_back("its OK action opens a linked advertisement but names none");
     else if (!keptIds.count(*ad.okActionMeta()))
-      notes.push_back("its OK action opens advertisement '" + *ad.okActionMeta() + "', which this answer does not keep");
+      notes.push_back("its OK action opens advertisement '" + *ad.okActionMeta() +
+                      "', which this answer does not keep");
   }
   return notes;
 }
@@ -152,7 +153,8 @@ void printItem(const Item& item, std::ostream& out) {
   out << ": " << (item.kept ? "kept" : "dropped");
   if (item.kept && !item.neverShows.empty()) out << ", but can never show";
   out << "\n";
-  for (const auto& e : item.diagnostics) out << "  " << (e.path.empty() ? "(root)" : e.path) << ": " << e.reason << "\n";
+  for (const auto& e : item.diagnostics)
+    out << "  " << (e.path.empty() ? "(root)" : e.path) << ": " << e.reason << "\n";
   for (const auto& reason : item.neverShows) out << "  can never show: " << reason << "\n";
   for (const auto& note : item.notes) out << "  note: " << note << "\n";
 }
@@ -188,7 +190,8 @@ int lintAdvertisements(const std::string& file, simdjson::dom::element root, std
   const Date now = Clock::currentDate();
   const AdvertisementsResponseParser parser;
   ZTIAMCollectingParseDiagnostics diagnostics;
-  auto response = parser.parse(root, std::make_shared<OspreyServiceContentInfo>(now, false), std::nullopt, &diagnostics);
+  auto response =
+      parser.parse(root, std::make_shared<OspreyServiceContentInfo>(now, false), std::nullopt, &diagnostics);
   if (!response) return refuse(file, "not a usable advertisements answer", diagnostics.entries(), err);
 
   Entries rest = diagnostics.entries();

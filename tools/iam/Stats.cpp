@@ -58,7 +58,8 @@ void printCached(const char* what, const char* noun, const nlohmann::json& answe
 void printText(const nlohmann::json& stats, std::ostream& out) {
   out << "launches: " << stats["launches"].get<std::int64_t>() << "\n";
   out << "app events:" << (stats["events"].empty() ? " none" : "") << "\n";
-  for (const auto& [key, count] : stats["events"].items()) out << "  " << key << ": " << count.get<std::int64_t>() << "\n";
+  for (const auto& [key, count] : stats["events"].items())
+    out << "  " << key << ": " << count.get<std::int64_t>() << "\n";
   out << "advertisements:" << (stats["advertisements"].empty() ? " none" : "") << "\n";
   for (const auto& [id, record] : stats["advertisements"].items()) {
     out << "  " << id << ": " << record["impressions"].get<std::int64_t>() << " impressions, "

@@ -47,7 +47,8 @@ int run(int argc, char** argv) {
   simulateCommand->add_option("--journey", simulate.journey, "the journey, one JSON step per line")->required();
   simulateCommand->add_flag("--json", simulate.json, "print one JSON object per line instead of a timeline");
   simulateCommand->add_option("--start", simulate.start, "the clock's start, ISO-8601")->default_val(simulate.start);
-  simulateCommand->add_option("--prefs", simulate.prefs, "SQLite preferences file to use and keep (default: a temporary one)");
+  simulateCommand->add_option("--prefs", simulate.prefs,
+                              "SQLite preferences file to use and keep (default: a temporary one)");
 
   iam::tool::StatsOptions stats;
   auto* statsCommand =
