@@ -12,19 +12,19 @@
 namespace {
 
 constexpr const char* kDescription =
-    "iam: work with in-app marketing campaigns outside an app.\n"
-    "  serve     answer the app's service requests from campaign files on 127.0.0.1\n"
-    "  lint      say which advertisements of a campaign answer are dropped or can never show, and why\n"
-    "  simulate  play a user journey against a campaign on a virtual clock and print every decision\n"
-    "  stats     show the statistics and cached answers kept in a preferences file";
+    "iam: work with in-app marketing campaigns outside an app: serve them, check them, play a user's "
+    "journey against them, and read what an app kept.";
 
 int run(int argc, char** argv) {
   CLI::App app{kDescription, "iam"};
   app.require_subcommand(1);
+  app.footer("Run 'iam SUBCOMMAND --help' for a subcommand's options.");
 
   iam::tool::ServeOptions serve;
   auto* serveCommand = app.add_subcommand(
-      "serve", "Run the reference marketing service on 127.0.0.1 until Ctrl-C, printing each request it answers.");
+      "serve", "Answer the app's service requests from campaign files on 127.0.0.1 until Ctrl-C.");
+  serveCommand->footer("Prints the base URL first, then one line per answered request: method, path, status, "
+                       "entity tag.");
   serveCommand->add_option("--campaign", serve.campaign, "advertisements answer (JSON) to serve")->required();
   serveCommand->add_option("--ranked", serve.ranked, "native quality network answer (JSON) to serve");
   serveCommand->add_option("--port", serve.port, "port to listen on; 0 picks a free one and prints it")
@@ -33,15 +33,14 @@ int run(int argc, char** argv) {
 
   iam::tool::LintOptions lint;
   auto* lintCommand = app.add_subcommand(
-      "lint",
-      "Check an answer file: kept or dropped per advertisement with the JSON path and reason, and what is kept "
-      "but can never show. Exit 0: everything kept; 1: something dropped; 2: not a readable answer.");
+      "lint", "Say which advertisements of an answer are kept, dropped or can never show, and why.");
+  lintCommand->footer("Exit status: 0 everything kept, 1 something dropped, 2 not a readable answer.");
   lintCommand->add_option("FILE", lint.file, "the answer to check")->required();
   lintCommand->add_flag("--ranked", lint.ranked, "the file is a native quality network answer (ranked apps)");
 
   iam::tool::SimulateOptions simulate;
   auto* simulateCommand = app.add_subcommand(
-      "simulate", "Play a JSON Lines journey against a campaign served in-process, on a manual clock.");
+      "simulate", "Play a user journey against a campaign on a virtual clock and print every decision.");
   simulateCommand->add_option("--campaign", simulate.campaign, "advertisements answer (JSON) to serve")->required();
   simulateCommand->add_option("--ranked", simulate.ranked, "native quality network answer (JSON) to serve");
   simulateCommand->add_option("--journey", simulate.journey, "the journey, one JSON step per line")->required();
