@@ -135,6 +135,10 @@ std::vector<std::string> notesOn(const Advertisement& ad, const std::set<std::st
       notes.push_back("trigger '" + trigger->triggerId() + "' can never fire: its maxFireCount is " +
                       std::to_string(*trigger->maxFireCount()));
   }
+  // Authors expect "disabled" to stop an advertisement; the rules never read the state.
+  if (ad.stateType() != ZTIAMAdvertisementStateTypeLive)
+    notes.push_back("its state is " + std::to_string(static_cast<long long>(ad.stateType())) +
+                    ", not live (1); the app shows it all the same: end or remove it to stop it");
   if (ad.triggers().empty() && ad.targets().empty())
     notes.push_back("it has no triggers or targets: only a forced display or a linked advertisement shows it");
   if (ad.okActionType() == ZTIAMAdvertisementActionTypeOpenAd) {
