@@ -2,6 +2,7 @@
 // subcommand's run function. Usage errors exit 2; nothing escapes as an exception.
 
 #include <CLI/CLI.hpp>
+#include <signal.h>
 
 #include <exception>
 #include <iostream>
@@ -77,6 +78,8 @@ int run(int argc, char** argv) {
 }  // namespace
 
 int main(int argc, char** argv) {
+  // Output piped into a reader that quits early (`iam serve | head`) must not kill the tool.
+  ::signal(SIGPIPE, SIG_IGN);
   try {
     return run(argc, argv);
   } catch (const std::exception& e) {
