@@ -1,5 +1,6 @@
 #include <simdjson.h>
 
+#include <charconv>
 #include <cstdint>
 #include <fstream>
 #include <limits>
@@ -47,17 +48,25 @@ std::optional<std::string> stringId(simdjson::dom::element element) {
   return std::string(id);
 }
 
-// The entries under `prefix` ("list[3]" itself or its members) move to the item; the rest stay.
-Entries takeEntriesUnder(Entries& entries, const std::string& prefix) {
-  Entries taken;
+// Sorts the parsers' reports by the list element they concern ("advertisements[3].triggers[0]" goes
+// to 3) in one pass, so that a long list with many drops stays fast; what is left concerns the
+// answer itself.
+std::map<std::size_t, Entries> takeEntriesByElement(Entries& entries, std::string_view list) {
+  std::map<std::size_t, Entries> byElement;
   Entries rest;
   for (auto& e : entries) {
-    const bool under = e.path.starts_with(prefix) &&
-                       (e.path.size() == prefix.size() || e.path[prefix.size()] == '.' || e.path[prefix.size()] == '[');
-    (under ? taken : rest).push_back(std::move(e));
+    const std::string_view path = e.path;
+    std::size_t index = 0;
+    bool under = path.size() > list.size() + 1 && path.starts_with(list) && path[list.size()] == '[';
+    if (under) {
+      const char* last = path.data() + path.size();
+      const auto [end, error] = std::from_chars(path.data() + list.size() + 1, last, index);
+      under = error == std::errc() && end != last && *end == ']';
+    }
+    (under ? byElement[index] : rest).push_back(std::move(e));
   }
   entries = std::move(rest);
-  return taken;
+  return byElement;
 }
 
 // The advertisement parser stops the program on these ids (their mapping overflows); lint refuses
@@ -199,6 +208,7 @@ int lintAdvertisements(const std::string& file, simdjson::dom::element root, std
   if (!response) return refuse(file, "not a usable advertisements answer", diagnostics.entries(), err);
 
   Entries rest = diagnostics.entries();
+  auto byElement = takeEntriesByElement(rest, "advertisements");
   simdjson::dom::array list = root["advertisements"].get_array().value_unsafe();
   std::vector<Item> items;
   std::vector<std::shared_ptr<Advertisement>> parsed;
@@ -207,7 +217,7 @@ int lintAdvertisements(const std::string& file, simdjson::dom::element root, std
     Item item;
     item.path = "advertisements[" + std::to_string(items.size()) + "]";
     item.id = stringId(element);
-    item.diagnostics = takeEntriesUnder(rest, item.path);
+    item.diagnostics = std::move(byElement[items.size()]);
     auto ad = parser.advertisementParser().parse(element);
     item.kept = ad != nullptr;
     if (ad) keptIds.insert(ad->advertisementId());
@@ -231,13 +241,14 @@ int lintRanked(const std::string& file, simdjson::dom::element root, std::ostrea
   if (!response) return refuse(file, "not a usable native quality network answer", diagnostics.entries(), err);
 
   Entries rest = diagnostics.entries();
+  auto byElement = takeEntriesByElement(rest, "rankedApps");
   simdjson::dom::array list = root["rankedApps"].get_array().value_unsafe();
   std::vector<Item> items;
   for (auto element : list) {
     Item item;
     item.path = "rankedApps[" + std::to_string(items.size()) + "]";
     item.id = stringId(element);
-    item.diagnostics = takeEntriesUnder(rest, item.path);
+    item.diagnostics = std::move(byElement[items.size()]);
     item.kept = parser.rankedAppParser().parse(element) != nullptr;
     items.push_back(std::move(item));
   }
