@@ -1,0 +1,111 @@
+#pragma once
+
+#include <gtest/gtest.h>
+
+#include <nlohmann/json.hpp>
+
+#include <string>
+#include <vector>
+
+#include "iam/manager/InAppMarketingPreferencesStorage.h"
+#include "iam/manager/ZTInAppMarketingManager.h"
+#include "iam/platform/Bundle.h"
+#include "iam/platform/SQLitePreferencesStore.h"
+#include "iam/service/IAMWebService.h"
+#include "platform/ScratchDirectory.h"
+#include "testing/PlatformDoubles.h"
+#include "testing/TestEnvironment.h"
+#include "tools/refservice/ReferenceMarketingService.h"
+
+namespace iam {
+namespace {
+
+using nlohmann::json;
+constexpr const char* kAds = ReferenceMarketingService::kAdvertisementsMethod;
+constexpr const char* kRanked = ReferenceMarketingService::kNativeQualityNetworkMethod;
+constexpr double kDay = 86400;
+
+// One advertisement as the service sends it; `extra` adds or replaces members. Interstitials carry
+// the identifier they need.
+json ad(const std::string& id, int display, json extra = json::object()) {
+  json a{{"id", id}, {"lifecycle", json::object()}, {"display", {{"id", display}}}, {"okAction", {{"id", 0}}},
+         {"dataSource", {{"id", 1}}}, {"state", {{"id", 1}}}, {"ignoreGlobalMinimumPopupTimeInterval", false},
+         {"resources", {{"dfpInterstitialIdentifier", "/1/x"}}}};
+  a.update(extra);
+  return a;
+}
+
+std::string answerWith(const json& list, int interval = 90) {
+  return json{{"advertisements", list}, {"appConfig", {{"minimumPopupImpressionTimeInterval", interval}}}}.dump();
+}
+std::string adsAnswer(const std::vector<std::string>& ids, int interval = 90) {
+  json list = json::array();
+  for (const auto& id : ids) list.push_back(ad(id, 16));
+  return answerWith(list, interval);
+}
+
+std::vector<std::string> ids(const std::optional<AdvertisementList>& ads) {
+  std::vector<std::string> out;
+  for (const auto& ad : ads.value_or(AdvertisementList{})) out.push_back(ad->advertisementId());
+  return out;
+}
+
+// Writes down, in order, what the manager told it.
+struct RecordingObserver : ZTInAppMarketingManagerDelegate {
+  void inAppMarketingManager(ZTInAppMarketingManager&, const std::optional<AdvertisementList>& ads) override {
+    calls->push_back("ads:" + std::to_string(ids(ads).size()));
+  }
+  void inAppMarketingManager(ZTInAppMarketingManager&, const std::optional<RankedAppList>& apps) override {
+    calls->push_back("ranked:" + std::to_string(apps ? apps->size() : 0));
+  }
+  void inAppMarketingManager(ZTInAppMarketingManager&, const std::shared_ptr<ZTIAMAppConfigType>& now,
+                             const std::shared_ptr<ZTIAMAppConfigType>& old) override {
+    calls->push_back(now == old ? "config:same" : "config:new");
+  }
+  // Outlives the observer, so that a test can see that a released one is not called.
+  std::shared_ptr<std::vector<std::string>> calls = std::make_shared<std::vector<std::string>>();
+};
+
+class ManagerTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    service_.setAnswer(kAds, adsAnswer({"a", "b"}));
+    service_.setAnswer(kRanked, R"({"rankedApps":[{"id":"r1","priorityId":1,"advertisedApp":{"id":"x"}}]})");
+    ASSERT_TRUE(service_.start());
+    IAMWebService::setDefaultBaseUrl(service_.baseUrl());
+  }
+  void TearDown() override {
+    dropManager();
+    IAMWebService::setDefaultBaseUrl(std::nullopt);
+    Bundle::mainBundle().setInfoDictionaryValue("CFBundleShortVersionString", std::nullopt);
+  }
+
+  // Lets the manager go as an app that ends does: its saves finish first.
+  void dropManager() {
+    ZTInAppMarketingManager::resetSharedInstanceForTesting();
+    manager_.reset();
+    env_.settle();
+  }
+  // Runs the main loop until no request of the manager is in flight, then lets saves finish.
+  void finishRequests() {
+    ASSERT_TRUE(RunLoop::main().runUntil(
+        [&] { return !manager_->activeAdvertisementsRequestTicket() && !manager_->activeNativeQualityNetworkRequestTicket(); },
+        10));
+    env_.settle();
+  }
+  void activeManager() {
+    manager_ = ZTInAppMarketingManager::create();
+    manager_->addDelegate(observer_);
+    manager_->setActive(true);
+    finishRequests();
+  }
+
+  testing::TestEnvironment env_;
+  testing::PlatformDoubles platform_;
+  ReferenceMarketingService service_;
+  std::shared_ptr<RecordingObserver> observer_ = std::make_shared<RecordingObserver>();
+  std::shared_ptr<ZTInAppMarketingManager> manager_;
+};
+
+}  // namespace
+}  // namespace iam
