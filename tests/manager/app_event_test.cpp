@@ -3,57 +3,6 @@
 namespace iam {
 namespace {
 
-// A host that shows every request itself and says so; it writes down what it was given.
-struct ShowingHost : ZTInAppMarketingManagerAdvertisementHandlerDelegate {
-  bool shouldHandleAdvertisementConfiguration(const AdvertisementConfigurationData&, ZTInAppMarketingManager&) override {
-    return false;
-  }
-  void handleAdvertisementConfiguration(const AdvertisementConfigurationData& request, ZTInAppMarketingManager&,
-                                        WillShowCompletion completion) override {
-    shown.push_back(request.advertisement()->advertisementId() + (request.animated() ? "" : " still"));
-    if (completion) completion(true);
-  }
-  std::vector<std::string> shown;
-};
-
-json triggers(std::initializer_list<json> list) { return {{"triggers", json(list)}}; }
-json merged(json a, const json& b) {
-  a.update(b);
-  return a;
-}
-
-class AppEventTest : public ManagerTest {
- protected:
-  // Activates over `list` with no popup spacing beyond one clock second, and a showing host.
-  void start(const json& list) {
-    service_.setAnswer(kAds, answerWith(list, 0));
-    activeManager();
-    manager_->setAdvertisementHandlerDelegate(host_);
-  }
-  // Fires `key` a second after the last event and returns what the host was given for it.
-  std::vector<std::string> fire(const std::string& key) {
-    host_->shown.clear();
-    env_.clock().advance(1);
-    manager_->handleAppEvent(key);
-    env_.settle();
-    return host_->shown;
-  }
-  std::int64_t fired(const std::string& adId, const std::string& triggerId) {
-    return manager_->getAdvertisementStatsByAdvertisementId(adId)->getTriggerStatsWithTriggerId(triggerId)->count();
-  }
-  std::int64_t events(const std::string& key) { return manager_->getAppEventStatsByEventKey(key)->count(); }
-  std::shared_ptr<ShowingHost> host_ = std::make_shared<ShowingHost>();
-};
-
-// The service's ids of the two interstitial display types.
-constexpr int kInterstitial = 14, kPreload = 15;
-
-json on(const std::string& id, const std::string& key, json extra = json::object()) {
-  json t{{"id", id}, {"key", key}};
-  t.update(extra);
-  return t;
-}
-
 TEST_F(AppEventTest, OneOrdinaryPerEventEveryPreloadAndABusyPresenterOrSwitchHoldsThemBack) {
   const json expired = {{"lifecycle", {{"endTimestamp", 1}}}};
   start(json::array({ad("p1", kPreload, triggers({on("p1t", "ev")})),
