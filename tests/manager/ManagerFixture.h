@@ -107,14 +107,15 @@ class ManagerTest : public ::testing::Test {
   std::shared_ptr<ZTInAppMarketingManager> manager_;
 };
 
-// A host that shows every request itself and says so; it writes down what it was given.
+// A host that takes every request, writes down its advertisement (" still" when not animated)
+// and confirms that it shows it.
 struct ShowingHost : ZTInAppMarketingManagerAdvertisementHandlerDelegate {
   bool shouldHandleAdvertisementConfiguration(const AdvertisementConfigurationData&, ZTInAppMarketingManager&) override {
     return false;
   }
-  void handleAdvertisementConfiguration(const AdvertisementConfigurationData& request, ZTInAppMarketingManager&,
+  void handleAdvertisementConfiguration(const AdvertisementConfigurationData& r, ZTInAppMarketingManager&,
                                         WillShowCompletion completion) override {
-    shown.push_back(request.advertisement()->advertisementId() + (request.animated() ? "" : " still"));
+    shown.push_back(r.advertisement()->advertisementId() + (r.animated() ? "" : " still"));
     if (completion) completion(true);
   }
   std::vector<std::string> shown;
@@ -122,13 +123,17 @@ struct ShowingHost : ZTInAppMarketingManagerAdvertisementHandlerDelegate {
 
 class AppEventTest : public ManagerTest {
  protected:
-  // Activates over `list` with no popup spacing beyond one clock second, and a showing host.
+  // The service's ids of the two interstitial display types.
+  static constexpr int kInterstitial = 14, kPreload = 15;
+  static inline const json kExpired = {{"endTimestamp", 1}};
+
+  // Active over `list`, popups spaced by no more than a clock second, with the showing host.
   void start(const json& list) {
     service_.setAnswer(kAds, answerWith(list, 0));
     activeManager();
     manager_->setAdvertisementHandlerDelegate(host_);
   }
-  // Fires `key` a second after the last event and returns what the host was given for it.
+  // Fires `key` a second after the last event; what the host was given for it.
   std::vector<std::string> fire(const std::string& key) {
     host_->shown.clear();
     env_.clock().advance(1);
@@ -136,22 +141,18 @@ class AppEventTest : public ManagerTest {
     env_.settle();
     return host_->shown;
   }
+  std::shared_ptr<ZTIAMAdvertisementStats> stats(const std::string& adId) {
+    return manager_->getAdvertisementStatsByAdvertisementId(adId);
+  }
   std::int64_t fired(const std::string& adId, const std::string& triggerId) {
-    return manager_->getAdvertisementStatsByAdvertisementId(adId)->getTriggerStatsWithTriggerId(triggerId)->count();
+    return stats(adId)->getTriggerStatsWithTriggerId(triggerId)->count();
   }
   std::int64_t events(const std::string& key) { return manager_->getAppEventStatsByEventKey(key)->count(); }
+  static json on(const std::string& id, const std::string& key, json trigger = json::object()) {
+    trigger.update({{"id", id}, {"key", key}});
+    return trigger;
+  }
   std::shared_ptr<ShowingHost> host_ = std::make_shared<ShowingHost>();
-
-  // The service's ids of the two interstitial display types.
-  static constexpr int kInterstitial = 14, kPreload = 15;
-  static json merged(json a, const json& b) {
-    a.update(b);
-    return a;
-  }
-  static json on(const std::string& id, const std::string& key, json extra = json::object()) {
-    return merged({{"id", id}, {"key", key}}, extra);
-  }
-  static json triggers(std::initializer_list<json> list) { return {{"triggers", json(list)}}; }
 };
 
 }  // namespace
