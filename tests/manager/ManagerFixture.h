@@ -127,7 +127,7 @@ class AppEventTest : public ManagerTest {
   static constexpr int kInterstitial = 14, kPreload = 15;
   static inline const json kExpired = {{"endTimestamp", 1}};
 
-  // Active over `list`, popups spaced by no more than a clock second, with the showing host.
+  // Active over `list` (popups spaced by no more than a clock second) with the showing host.
   void start(const json& list) {
     service_.setAnswer(kAds, answerWith(list, 0));
     activeManager();
@@ -141,11 +141,9 @@ class AppEventTest : public ManagerTest {
     env_.settle();
     return host_->shown;
   }
-  std::shared_ptr<ZTIAMAdvertisementStats> stats(const std::string& adId) {
-    return manager_->getAdvertisementStatsByAdvertisementId(adId);
-  }
-  std::int64_t fired(const std::string& adId, const std::string& triggerId) {
-    return stats(adId)->getTriggerStatsWithTriggerId(triggerId)->count();
+  std::shared_ptr<ZTIAMAdvertisementStats> stats(const std::string& id) { return manager_->getAdvertisementStatsByAdvertisementId(id); }
+  std::int64_t fired(const std::string& id, const std::string& trigger) {
+    return stats(id)->getTriggerStatsWithTriggerId(trigger)->count();
   }
   std::int64_t events(const std::string& key) { return manager_->getAppEventStatsByEventKey(key)->count(); }
   static json on(const std::string& id, const std::string& key, json trigger = json::object()) {
