@@ -35,13 +35,10 @@ json ad(const std::string& id, int display, json extra = json::object()) {
   return a;
 }
 
-std::string answerWith(const json& list, int interval = 90) {
-  return json{{"advertisements", list}, {"appConfig", {{"minimumPopupImpressionTimeInterval", interval}}}}.dump();
-}
-std::string adsAnswer(const std::vector<std::string>& ids, int interval = 90) {
-  json list = json::array();
+// Review questions named `ids` after the advertisements of `list`.
+std::string adsAnswer(const std::vector<std::string>& ids, int interval = 90, json list = json::array()) {
   for (const auto& id : ids) list.push_back(ad(id, 16));
-  return answerWith(list, interval);
+  return json{{"advertisements", list}, {"appConfig", {{"minimumPopupImpressionTimeInterval", interval}}}}.dump();
 }
 
 std::vector<std::string> ids(const std::optional<AdvertisementList>& ads) {
@@ -129,7 +126,7 @@ class AppEventTest : public ManagerTest {
 
   // Active over `list` (popups spaced by no more than a clock second) with the showing host.
   void start(const json& list) {
-    service_.setAnswer(kAds, answerWith(list, 0));
+    service_.setAnswer(kAds, adsAnswer({}, 0, list));
     activeManager();
     manager_->setAdvertisementHandlerDelegate(host_);
   }
