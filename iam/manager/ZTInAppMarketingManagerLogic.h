@@ -17,6 +17,7 @@
 #include "iam/service/IAMWebServiceParameters.h"
 #include "iam/service/NativeQualityNetworkResponse.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
+#include "iam/validity/ZTIAMAdvertisementValidityHelper.h"
 
 namespace iam {
 
@@ -64,6 +65,25 @@ class ZTInAppMarketingManagerLogic : public std::enable_shared_from_this<ZTInApp
   // Whether the popup coordinator lets a popup be shown now. Any thread.
   bool canShowPopup() const;
 
+  // Validity with the held statistics and answer. Any thread; the app event walk calls them in the
+  // background.
+  bool isAdvertisementValid(const std::shared_ptr<AdvertisementType>& advertisement);
+  // Against the advertisements of the held answer.
+  bool isAdvertisementTriggerValid(const std::shared_ptr<AdvertisementTriggerType>& trigger);
+  bool isAdvertisementTriggerValid(const std::shared_ptr<AdvertisementTriggerType>& trigger,
+                                   const AdvertisementList& advertisements);
+  // Some valid trigger of the advertisement for the key (which one, when several are, is not
+  // defined); none when there is none.
+  std::shared_ptr<AdvertisementTriggerType> findValidTriggerForAdvertisement(
+      const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
+      const AdvertisementList& advertisements);
+
+  // Counting, with an info line each. Any thread.
+  void updateLogAndStatisticsWithAppEventKey(const std::string& eventKey);
+  void updateLogAndStatisticsWithTrigger(const std::shared_ptr<AdvertisementTriggerType>& trigger);
+  // Impressions, clicks, dismissals and postponements; other event types are not counted.
+  void updateLogAndStatisticsWithEvent(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event);
+
   std::shared_ptr<AdvertisementsRequestResponse> mostRecentAdvertisementResponse() const;
   std::shared_ptr<NativeQualityNetworkResponse> mostRecentNativeQualityNetworkResponse() const;
   ZTIAMStatsHelper& statsHelper() const { return *statsHelper_; }
@@ -108,6 +128,12 @@ class ZTInAppMarketingManagerLogic : public std::enable_shared_from_this<ZTInApp
   void loadNativeQualityNetworkResponse();
 
  protected:
+  // The app event walk's form: the popup spacing of every trigger asked about with one memo is
+  // judged by the impressions as they were at its first use.
+  std::shared_ptr<AdvertisementTriggerType> findValidTriggerForAdvertisement(
+      const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
+      const AdvertisementList& advertisements, ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo);
+
   // Only through std::make_shared (by the manager's factory): saves and callbacks need the owner.
   ZTInAppMarketingManagerLogic();
 
