@@ -13,31 +13,50 @@
 namespace iam {
 namespace {
 
-// The record under `key`, made by `make` and added to a new copy of the map when there is none.
+// The record under `key`, made by `make` and added when there is none. A map someone reads
+// outside the lock is not changed: the record goes into a copy that replaces it. Every reader lets
+// go of its map under the lock (`ReadMap`), so the count seen here is exact; a map no one reads
+// grows in place, and adding n new records costs n insertions rather than n copies of the map.
 template <class Map, class Make>
-typename Map::mapped_type getOrCreate(std::mutex& mutex, std::shared_ptr<const Map>& map, const std::string& key,
+typename Map::mapped_type getOrCreate(std::mutex& mutex, std::shared_ptr<Map>& map, const std::string& key,
                                       Make make) {
-  std::shared_ptr<const Map> replaced;  // freed after the lock is released
+  std::shared_ptr<Map> replaced;  // freed after the lock is released
   std::lock_guard lock(mutex);
   auto it = map->find(key);
   if (it != map->end()) return it->second;
   auto record = make();
-  auto grown = std::make_shared<Map>(*map);
-  grown->emplace(key, record);
-  replaced = std::exchange(map, std::move(grown));
+  if (map.use_count() != 1) replaced = std::exchange(map, std::make_shared<Map>(*map));
+  map->emplace(key, record);
   return record;
 }
 
-// Takes the current map under the store's lock and writes it outside: the lock is held for a
-// pointer copy, not for the encoding or the disk. Records are read under their own locks.
-template <class Map, class Record>
-void saveCurrent(std::mutex& mutex, const std::shared_ptr<const Map>& map, std::string_view key,
-                 StatsMapArchiver<Record>& archiver) {
-  std::shared_ptr<const Map> current;
-  {
-    std::lock_guard lock(mutex);
-    current = map;
+// The map as it is now, read without the store's lock; while held, adding a record copies the map.
+template <class Map>
+class ReadMap {
+ public:
+  ReadMap(std::mutex& mutex, const std::shared_ptr<Map>& map) : mutex_(mutex) {
+    std::lock_guard lock(mutex_);
+    map_ = map;
   }
+  ~ReadMap() {
+    std::lock_guard lock(mutex_);
+    map_.reset();
+  }
+  ReadMap(const ReadMap&) = delete;
+  ReadMap& operator=(const ReadMap&) = delete;
+  const Map& operator*() const { return *map_; }
+
+ private:
+  std::mutex& mutex_;
+  std::shared_ptr<const Map> map_;
+};
+
+// Writes the current map; the lock is held for a pointer copy, not for the encoding or the disk.
+// Records are read under their own locks.
+template <class Map, class Record>
+void saveCurrent(std::mutex& mutex, const std::shared_ptr<Map>& map, std::string_view key,
+                 StatsMapArchiver<Record>& archiver) {
+  ReadMap<Map> current(mutex, map);
   ZTSettings::saveArchivedData(archiver.archive(*current), key);
 }
 
@@ -49,8 +68,8 @@ struct ZTIAMStatsHelper::SaveState {
 };
 
 ZTIAMStatsHelper::ZTIAMStatsHelper()
-    : advertisementStats_(std::make_shared<const AdvertisementStatsMap>()),
-      globalAppEventStats_(std::make_shared<const AppEventStatsMap>()),
+    : advertisementStats_(std::make_shared<AdvertisementStatsMap>()),
+      globalAppEventStats_(std::make_shared<AppEventStatsMap>()),
       saveState_(std::make_unique<SaveState>()),
       queue_(std::make_unique<LegacyZTBackgroundQueue>(std::string(kQueueUniqueId))) {
   queue_->setMaxConcurrentCount(1);
@@ -119,15 +138,15 @@ void ZTIAMStatsHelper::handleAppEventWithKey(const std::string& eventKey) {
 void ZTIAMStatsHelper::resetAllStats() {
   {
     std::lock_guard lock(mutex_);
-    advertisementStats_ = std::make_shared<const AdvertisementStatsMap>();
-    globalAppEventStats_ = std::make_shared<const AppEventStatsMap>();
+    advertisementStats_ = std::make_shared<AdvertisementStatsMap>();
+    globalAppEventStats_ = std::make_shared<AppEventStatsMap>();
   }
   saveAdvertisementStats();
   saveGlobalAppEventStats();
 }
 
 void ZTIAMStatsHelper::loadAdvertisementStats() {
-  auto loaded = std::make_shared<const AdvertisementStatsMap>(
+  auto loaded = std::make_shared<AdvertisementStatsMap>(
       ZTSettings::getSafeDictionaryFromPreferencesWithKey<ZTIAMAdvertisementStats>(kAdvertisementStatsKey));
   {
     std::lock_guard lock(mutex_);
@@ -139,7 +158,7 @@ void ZTIAMStatsHelper::loadAdvertisementStats() {
 }
 
 void ZTIAMStatsHelper::loadGlobalAppEventStats() {
-  auto loaded = std::make_shared<const AppEventStatsMap>(
+  auto loaded = std::make_shared<AppEventStatsMap>(
       ZTSettings::getSafeDictionaryFromPreferencesWithKey<ZTIAMAppEventStats>(kGlobalAppEventStatsKey));
   {
     std::lock_guard lock(mutex_);
@@ -163,21 +182,11 @@ void ZTIAMStatsHelper::saveGlobalAppEventStats() {
 }
 
 ZTIAMStatsHelper::AdvertisementStatsMap ZTIAMStatsHelper::advertisementStats() const {
-  std::shared_ptr<const AdvertisementStatsMap> current;
-  {
-    std::lock_guard lock(mutex_);
-    current = advertisementStats_;
-  }
-  return *current;
+  return *ReadMap<AdvertisementStatsMap>(mutex_, advertisementStats_);
 }
 
 ZTIAMStatsHelper::AppEventStatsMap ZTIAMStatsHelper::globalAppEventStats() const {
-  std::shared_ptr<const AppEventStatsMap> current;
-  {
-    std::lock_guard lock(mutex_);
-    current = globalAppEventStats_;
-  }
-  return *current;
+  return *ReadMap<AppEventStatsMap>(mutex_, globalAppEventStats_);
 }
 
 void ZTIAMStatsHelper::waitUntilSavesAreFinished() { queue_->waitUntilAllOperationsAreFinished(); }

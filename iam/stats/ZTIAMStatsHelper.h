@@ -78,12 +78,12 @@ class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
  private:
   void countAdvertisementEvent(const ZTIAMAdvertisementEvent& event, void (ZTIAMAdvertisementStats::*handle)());
 
-  // The maps are never changed in place: adding a record or emptying a map installs a new map,
-  // so that a save reads a consistent map without holding the lock while it encodes. Records are
-  // added rarely (once per advertisement or event key); counting changes only the records.
+  // A map that a save or a snapshot is reading is never changed: adding a record to it, or
+  // emptying it, installs a new map, so that a save reads a consistent map without holding the
+  // lock while it encodes. Counting changes only the records.
   mutable std::mutex mutex_;
-  std::shared_ptr<const AdvertisementStatsMap> advertisementStats_;  // guarded by mutex_
-  std::shared_ptr<const AppEventStatsMap> globalAppEventStats_;      // guarded by mutex_
+  std::shared_ptr<AdvertisementStatsMap> advertisementStats_;  // guarded by mutex_
+  std::shared_ptr<AppEventStatsMap> globalAppEventStats_;      // guarded by mutex_
   // What the previous saves encoded, so that the next one encodes only the records that changed;
   // touched only by save tasks, which run one at a time.
   struct SaveState;
