@@ -1,13 +1,611 @@
-#include <ostream>
+#include <unistd.h>
 
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <condition_variable>
+#include <cstdio>
+#include <ctime>
+#include <filesystem>
+#include <fstream>
+#include <mutex>
+#include <ostream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "iam/ArchivableClasses.h"
+#include "iam/manager/ZTInAppMarketingManager.h"
+#include "iam/model/ZTIAMAdvertisementDisplayType.h"
+#include "iam/platform/Application.h"
+#include "iam/platform/Bundle.h"
+#include "iam/platform/Clock.h"
+#include "iam/platform/IdiomTools.h"
+#include "iam/platform/InfoLogSwitch.h"
+#include "iam/platform/LogBridge.h"
+#include "iam/platform/PreferencesStore.h"
+#include "iam/platform/RunLoop.h"
+#include "iam/platform/SKStoreReviewController.h"
+#include "iam/platform/SQLitePreferencesStore.h"
+#include "iam/platform/ViewController.h"
+#include "iam/platform/ZTDispatchTools.h"
+#include "iam/platform/ZTPopupConductor.h"
+#include "iam/platform/ZTSettings.h"
+#include "iam/service/IAMWebService.h"
+#include "iam/stats/ZTIAMAdvertisementEvent.h"
+#include "iam/stats/ZTIAMStatsHelper.h"
 #include "tools/iam/Commands.h"
+#include "tools/iam/StatsJson.h"
+#include "tools/refservice/ReferenceMarketingService.h"
 
 namespace iam::tool {
+namespace {
 
-// Placeholder until the subcommand is written.
-int runSimulate(const SimulateOptions&, std::ostream&, std::ostream& err) {
-  err << "iam: simulate is not available yet\n";
-  return 2;
+using nlohmann::json;
+namespace fs = std::filesystem;
+
+constexpr const char* kAds = ReferenceMarketingService::kAdvertisementsMethod;
+constexpr const char* kRanked = ReferenceMarketingService::kNativeQualityNetworkMethod;
+// How long any one wait for the library may take in real time before the run is given up.
+constexpr TimeInterval kSettleTimeout = 20;
+
+// A journey line the simulator refuses; carries the message for the user.
+struct JourneyError {
+  std::string message;
+};
+
+std::optional<Date> parseIso8601(const std::string& text) {
+  std::tm tm{};
+  int consumed = 0;
+  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &tm.tm_year, &tm.tm_mon, &tm.tm_mday, &tm.tm_hour,
+                  &tm.tm_min, &tm.tm_sec, &consumed) != 6)
+    return std::nullopt;
+  std::string_view rest = std::string_view(text).substr(static_cast<std::size_t>(consumed));
+  double fraction = 0;
+  if (!rest.empty() && rest[0] == '.') {
+    std::size_t digits = 1;
+    while (digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9') ++digits;
+    if (digits == 1) return std::nullopt;
+    fraction = std::stod("0" + std::string(rest.substr(0, digits)));
+    rest.remove_prefix(digits);
+  }
+  long offset = 0;
+  if (rest == "Z") {
+  } else if (rest.size() == 6 && (rest[0] == '+' || rest[0] == '-') && rest[3] == ':') {
+    int hours = 0, minutes = 0;
+    if (std::sscanf(std::string(rest.substr(1)).c_str(), "%2d:%2d", &hours, &minutes) != 2) return std::nullopt;
+    offset = (rest[0] == '-' ? -1 : 1) * (hours * 3600L + minutes * 60L);
+  } else {
+    return std::nullopt;
+  }
+  if (tm.tm_mon < 1 || tm.tm_mon > 12 || tm.tm_mday < 1 || tm.tm_mday > 31 || tm.tm_hour > 23 || tm.tm_min > 59 ||
+      tm.tm_sec > 60)
+    return std::nullopt;
+  tm.tm_year -= 1900;
+  tm.tm_mon -= 1;
+  const std::time_t seconds = timegm(&tm);
+  return dateWithTimeIntervalSince1970(static_cast<double>(seconds - offset) + fraction);
+}
+
+std::string shortDisplayTypeName(ZTIAMAdvertisementDisplayType type) {
+  constexpr std::string_view kPrefix = "ZTIAMAdvertisementDisplayType";
+  std::string name = StringFromZTIAMAdvertisementDisplayType(type).value_or(std::to_string(type));
+  return name.rfind(kPrefix, 0) == 0 ? name.substr(kPrefix.size()) : name;
+}
+
+// Prints the timeline: one JSON object a line, or readable lines. Lines come from the main
+// thread and from the library's other threads, so they are written one at a time.
+class Timeline {
+ public:
+  Timeline(std::ostream& out, bool asJson, Date start) : out_(out), json_(asJson), start_(start) {}
+
+  void add(json line) {
+    const double t = timeIntervalBetween(Clock::currentDate(), start_);
+    std::lock_guard lock(mutex_);
+    if (json_) {
+      out_ << "{\"t\":" << json(t).dump() << ",\"kind\":" << line["kind"].dump();
+      for (auto& [key, value] : line.items())
+        if (key != "t" && key != "kind") out_ << "," << json(key).dump() << ":" << value.dump(-1, ' ', false, json::error_handler_t::replace);
+      out_ << "}\n";
+    } else {
+      char stamp[32];
+      std::snprintf(stamp, sizeof stamp, "[%8.3fs] ", t);
+      out_ << stamp << readable(line) << "\n";
+    }
+    out_.flush();
+  }
+
+ private:
+  static std::string text(const json& value) {
+    return value.is_string() ? value.get<std::string>() : value.dump(-1, ' ', false, json::error_handler_t::replace);
+  }
+
+  static std::string readable(const json& line) {
+    const std::string kind = line["kind"];
+    std::ostringstream s;
+    s << kind << std::string(kind.size() < 9 ? 9 - kind.size() : 1, ' ');
+    if (kind == "fetch") {
+      s << text(line["method"]) << ": " << text(line["result"]);
+    } else if (kind == "display") {
+      s << text(line["advertisement"]) << " ("
+        << (line["trigger"].is_null() ? std::string("no trigger") : "trigger " + text(line["trigger"])) << ", "
+        << text(line["displayTypeName"]) << ") via " << text(line["route"]);
+    } else if (kind == "open") {
+      s << text(line["url"]);
+    } else if (kind == "review") {
+      s << "the store review prompt was requested";
+    } else if (kind == "targets") {
+      s << text(line["space"]) << ":";
+      if (line["targets"].empty()) s << " none";
+      for (const auto& entry : line["targets"]) s << " " << text(entry["advertisement"]) << "/" << text(entry["target"]);
+    } else if (kind == "log") {
+      // Long messages (whole answers) show their first line only.
+      std::string message = text(line["message"]);
+      const auto lines = std::count(message.begin(), message.end(), '\n');
+      if (lines > 0) message = message.substr(0, message.find('\n')) + " (+" + std::to_string(lines) + " lines)";
+      for (char& c : message)
+        if (c == '\r') c = ' ';
+      s << text(line["level"]) << ": " << message;
+    } else if (kind == "stats") {
+      s << "launches " << text(line["launches"]);
+      for (const auto& [key, count] : line["events"].items()) s << "\n            event " << key << ": " << text(count);
+      for (const auto& [id, record] : line["advertisements"].items()) {
+        s << "\n            " << id << ": impressions " << text(record["impressions"]) << ", clicks "
+          << text(record["clicks"]) << ", dismisses " << text(record["dismisses"]) << ", postpones "
+          << text(record["postpones"]);
+        for (const auto& [trigger, count] : record["triggers"].items()) s << ", trigger " << trigger << " fired " << text(count);
+      }
+    }
+    return s.str();
+  }
+
+  std::mutex mutex_;
+  std::ostream& out_;
+  const bool json_;
+  const Date start_;
+};
+
+// Holds the ranked apps' answer back while an advertisements request is in flight, so that the
+// two answers of one refresh always reach the library in the same order.
+class AnswerGate {
+ public:
+  // Main thread: what is in flight now.
+  void publish(bool advertisementsInFlight) {
+    std::lock_guard lock(mutex_);
+    advertisementsInFlight_ = advertisementsInFlight;
+    ++generation_;
+    wake_.notify_all();
+  }
+  // Server thread, before the ranked apps' answer is written.
+  void holdRankedAnswer() {
+    std::unique_lock lock(mutex_);
+    const auto seen = generation_;
+    wake_.wait_for(lock, std::chrono::seconds(5), [&] { return generation_ > seen && !advertisementsInFlight_; });
+  }
+
+ private:
+  std::mutex mutex_;
+  std::condition_variable wake_;
+  bool advertisementsInFlight_ = false;  // guarded by mutex_
+  std::uint64_t generation_ = 0;         // guarded by mutex_
+};
+
+class Simulator;
+
+// The host's handler delegate: it shows the two interstitial types itself and lets the manager
+// show the rest.
+class HostHandler final : public ZTInAppMarketingManagerAdvertisementHandlerDelegate {
+ public:
+  explicit HostHandler(Simulator& simulator) : simulator_(simulator) {}
+  bool shouldHandleAdvertisementConfiguration(const AdvertisementConfigurationData& configuration,
+                                              ZTInAppMarketingManager& manager) override;
+  void handleAdvertisementConfiguration(const AdvertisementConfigurationData& configuration, ZTInAppMarketingManager& manager,
+                                        WillShowCompletion willShowCompletion) override;
+
+ private:
+  Simulator& simulator_;
+};
+
+// Tells the simulator which answers arrived.
+class AnswerObserver final : public ZTInAppMarketingManagerDelegate {
+ public:
+  using ZTInAppMarketingManagerDelegate::inAppMarketingManager;
+  explicit AnswerObserver(Simulator& simulator) : simulator_(simulator) {}
+  void inAppMarketingManager(ZTInAppMarketingManager& manager, const std::optional<AdvertisementList>&) override;
+  void inAppMarketingManager(ZTInAppMarketingManager& manager, const std::optional<RankedAppList>&) override;
+
+ private:
+  Simulator& simulator_;
+};
+
+class Simulator {
+ public:
+  Simulator(const SimulateOptions& options, Timeline& timeline, Date start, ReferenceMarketingService& service)
+      : options_(options), timeline_(timeline), start_(start), service_(service) {}
+
+  ~Simulator() {
+    dropManager();
+  }
+
+  void setUp() {
+    clock_ = std::make_shared<ManualClock>(start_);
+    Clock::setCurrent(clock_);
+    application_ = std::make_shared<BridgedApplication>();
+    application_->setKeyWindow(std::make_shared<Window>(std::make_shared<ViewController>()));
+    application_->setCanOpenURLHandler([](const URL&) { return true; });
+    application_->setOpenURLHandler([this](const URL& url, const URLOpenOptions&) {
+      timeline_.add({{"kind", "open"}, {"url", url.absoluteString()}});
+      return true;
+    });
+    Application::setShared(application_);
+    ZTPopupConductor::setDefaultInstance(nullptr);
+    IdiomTools::setSplitScreenModeProvider(nullptr);
+    SKStoreReviewController::setRequestReviewHandler([this] { timeline_.add({{"kind", "review"}}); });
+    InfoLogSwitch::setLogInfoEnabled(true);
+    LogBridge::setSink([this](const LogRecord& record) {
+      timeline_.add({{"kind", "log"}, {"level", std::string(logLevelName(record.level))}, {"message", record.message}});
+    });
+    service_.setRequestObserver([this](const ReferenceMarketingService::ReceivedRequest& request) {
+      if (request.path.size() >= std::string_view(kRanked).size() &&
+          request.path.compare(request.path.size() - std::string_view(kRanked).size(), std::string::npos, kRanked) == 0)
+        gate_.holdRankedAnswer();
+    });
+    IAMWebService::setDefaultBaseUrl(service_.baseUrl());
+  }
+
+  void tearDown() {
+    dropManager();
+    service_.setRequestObserver(nullptr);
+    LogBridge::setSink(nullptr);
+    SKStoreReviewController::setRequestReviewHandler(nullptr);
+    InfoLogSwitch::setLogInfoEnabled(false);
+    IAMWebService::setDefaultBaseUrl(std::nullopt);
+    Application::setShared(nullptr);
+  }
+
+  void step(const json& line, const fs::path& journeyFolder) {
+    if (!line.is_object() || line.size() != 1) throw JourneyError{"expected an object with one step"};
+    const auto& [key, value] = *line.items().begin();
+    if (key == "launch") {
+      if (!value.is_string()) throw JourneyError{"\"launch\" takes the app version as text"};
+      launch(value.get<std::string>());
+      return;
+    }
+    if (key == "wait") {
+      if (!value.is_number() || value.get<double>() < 0 || value.get<double>() > 10 * 365 * 86400.0)
+        throw JourneyError{"\"wait\" takes a number of seconds from 0 to ten years"};
+      wait(value.get<double>());
+      return;
+    }
+    if (key == "campaign") {
+      if (!value.is_string()) throw JourneyError{"\"campaign\" takes a file name"};
+      fs::path path = value.get<std::string>();
+      if (path.is_relative()) path = journeyFolder / path;
+      if (!service_.setAnswerFromFile(kAds, path.string())) throw JourneyError{"cannot read " + path.string()};
+      return;
+    }
+    if (key != "background" && key != "foreground" && key != "event" && key != "tap" && key != "purchase" &&
+        key != "targets" && key != "refresh")
+      throw JourneyError{"unknown step \"" + key + "\""};
+    if (!manager_) throw JourneyError{"the app has not been launched yet"};
+    if (key == "background" || key == "foreground" || key == "refresh") {
+      if (value != true) throw JourneyError{"\"" + key + "\" takes true"};
+      if (key == "background") {
+        application_->setApplicationState(UIApplicationStateBackground);
+      } else if (key == "foreground") {
+        application_->setApplicationState(UIApplicationStateActive);
+        settle();
+        manager_->handleAppEvent("appToForeground");
+      } else {
+        manager_->forceRefreshOfData();
+      }
+    } else if (key == "event") {
+      if (!value.is_string()) throw JourneyError{"\"event\" takes the app event key as text"};
+      manager_->handleAppEvent(value.get<std::string>());
+    } else if (key == "tap") {
+      tap(value);
+    } else if (key == "purchase") {
+      if (value != "adFree") throw JourneyError{"\"purchase\" takes \"adFree\""};
+      manager_->setBoughtAdFreeUpgrade(true);
+    } else {
+      if (!value.is_string()) throw JourneyError{"\"targets\" takes a space key"};
+      json targets = json::array();
+      for (const auto& target : manager_->getTargetsBySpaceKey(value.get<std::string>())) {
+        const auto advertisement = target->advertisement();
+        targets.push_back({{"advertisement", advertisement ? json(advertisement->advertisementId()) : json(nullptr)},
+                           {"target", target->targetId()}});
+      }
+      timeline_.add({{"kind", "targets"}, {"space", value}, {"targets", std::move(targets)}});
+    }
+    settle();
+  }
+
+  void printStats() {
+    settle();
+    // Without a launch there is no manager; the store still reads what the preferences hold.
+    std::unique_ptr<ZTIAMStatsHelper> own;
+    ZTIAMStatsHelper* helper = manager_ ? &manager_->statsHelper() : (own = std::make_unique<ZTIAMStatsHelper>()).get();
+    json line = statsToJson(*helper, ZTSettings::runCount());
+    line["kind"] = "stats";
+    timeline_.add(std::move(line));
+    if (own) own->waitUntilSavesAreFinished();
+  }
+
+  // Called by the handler delegate and the answer observer.
+  void display(const AdvertisementConfigurationData& configuration, const char* route) {
+    const auto& advertisement = configuration.advertisement();
+    json line{{"kind", "display"}, {"advertisement", advertisement ? json(advertisement->advertisementId()) : json(nullptr)},
+              {"trigger", configuration.trigger() ? json(configuration.trigger()->triggerId()) : json(nullptr)},
+              {"displayType", advertisement ? advertisement->displayType() : ZTIAMAdvertisementDisplayTypeInvalid},
+              {"route", route}};
+    if (!json_) line["displayTypeName"] = shortDisplayTypeName(line["displayType"].get<ZTIAMAdvertisementDisplayType>());
+    timeline_.add(std::move(line));
+    lastShown_ = configuration.advertisement();
+    lastShownTrigger_ = configuration.trigger();
+  }
+
+  void answered(const char* method) {
+    if (!manager_) return;
+    const bool ads = std::string_view(method) == kAds;
+    const void* current = ads ? static_cast<const void*>(manager_->mostRecentAdvertisementResponse().get())
+                              : static_cast<const void*>(manager_->mostRecentNativeQualityNetworkResponse().get());
+    auto& seen = ads ? seenAdsResponse_ : seenRankedResponse_;
+    // A "not modified" answer renews the response the manager holds; a new one replaces it.
+    timeline_.add({{"kind", "fetch"}, {"method", method}, {"result", current == seen ? "not-modified" : "ok"}});
+    seen = current;
+    (ads ? adsAnswered_ : rankedAnswered_) = true;
+  }
+
+ private:
+  void launch(const std::string& version) {
+    dropManager();
+    ZTSettings::incrementRunCount();
+    Bundle::mainBundle().setInfoDictionaryValue("CFBundleShortVersionString", version);
+    if (application_->applicationState() != UIApplicationStateActive)
+      application_->setApplicationState(UIApplicationStateActive);
+    manager_ = ZTInAppMarketingManager::create();
+    seenAdsResponse_ = manager_->mostRecentAdvertisementResponse().get();
+    seenRankedResponse_ = manager_->mostRecentNativeQualityNetworkResponse().get();
+    manager_->addDelegate(observer_);
+    manager_->setAdvertisementHandlerDelegate(handler_);
+    if (options_.ranked) manager_->setNativeQualityNetworkEnabled(true);
+    manager_->setActive(true);
+    settle();
+    manager_->handleAppEvent("appToForeground");
+    settle();
+  }
+
+  // The previous app process ends: its saves finish first.
+  void dropManager() {
+    if (!manager_) return;
+    settle();
+    manager_->setActive(false);
+    manager_->removeDelegate(observer_);
+    ZTInAppMarketingManager::resetSharedInstanceForTesting();
+    manager_.reset();
+    ZTDispatchTools::settleForTesting(kSettleTimeout);
+    lastShown_.reset();
+    lastShownTrigger_.reset();
+  }
+
+  void tap(const json& value) {
+    ZTIAMAdvertisementEventType type;
+    if (value == "ok") {
+      type = ZTIAMAdvertisementEventTypeClick;
+    } else if (value == "dismiss") {
+      type = ZTIAMAdvertisementEventTypeDismiss;
+    } else if (value == "postpone") {
+      type = ZTIAMAdvertisementEventTypePostpone;
+    } else {
+      throw JourneyError{"\"tap\" takes \"ok\", \"dismiss\" or \"postpone\""};
+    }
+    if (!lastShown_) throw JourneyError{"nothing has been shown to tap"};
+    manager_->handleAdvertisementEvent(
+        ZTIAMAdvertisementEventFactory::createEventWithType(type, lastShown_, lastShownTrigger_, nullptr), nullptr, nullptr);
+  }
+
+  // Time passes from timer to timer; each fires with the clock at its due time, and what it
+  // starts finishes before the clock moves on.
+  void wait(double seconds) {
+    const Date end = clock_->now() + std::chrono::duration_cast<Date::duration>(std::chrono::duration<double>(seconds));
+    for (;;) {
+      const auto next = RunLoop::main().nextTimerFireDate();
+      if (!next || *next > end) break;
+      if (*next > clock_->now()) clock_->setNow(*next);
+      RunLoop::main().runUntilIdle();
+      settle();
+    }
+    clock_->setNow(end);
+    settle();
+  }
+
+  bool advertisementsInFlight() const {
+    const auto& ticket = manager_->activeAdvertisementsRequestTicket();
+    return ticket && !ticket->isFinished();
+  }
+  bool rankedInFlight() const {
+    const auto& ticket = manager_->activeNativeQualityNetworkRequestTicket();
+    return ticket && !ticket->isFinished();
+  }
+
+  // A request that ended without an answer reaching the observers failed.
+  void noteFinishedRequests() {
+    const auto check = [&](std::shared_ptr<RequestTicketType>& tracked, const std::shared_ptr<RequestTicketType>& current,
+                           bool& answered, const char* method) {
+      if (tracked && (tracked != current || tracked->isFinished())) {
+        if (!answered) timeline_.add({{"kind", "fetch"}, {"method", method}, {"result", "failed"}});
+        tracked.reset();
+      }
+      if (!tracked && current && !current->isFinished()) {
+        tracked = current;
+        answered = false;
+      }
+    };
+    check(trackedAds_, manager_->activeAdvertisementsRequestTicket(), adsAnswered_, kAds);
+    check(trackedRanked_, manager_->activeNativeQualityNetworkRequestTicket(), rankedAnswered_, kRanked);
+  }
+
+  // Runs the main loop, the background work and the requests in flight to completion.
+  void settle() {
+    for (int round = 0; round < 1000; ++round) {
+      if (!ZTDispatchTools::settleForTesting(kSettleTimeout)) throw std::runtime_error("background work did not finish");
+      if (!manager_) return;
+      noteFinishedRequests();
+      gate_.publish(advertisementsInFlight());
+      if (!advertisementsInFlight() && !rankedInFlight()) return;
+      const bool done = RunLoop::main().runUntil(
+          [&] {
+            noteFinishedRequests();
+            gate_.publish(advertisementsInFlight());
+            return !advertisementsInFlight() && !rankedInFlight();
+          },
+          kSettleTimeout);
+      if (!done) throw std::runtime_error("a request to the service did not finish");
+    }
+    throw std::runtime_error("the library did not come to rest");
+  }
+
+  const SimulateOptions& options_;
+  Timeline& timeline_;
+  const Date start_;
+  ReferenceMarketingService& service_;
+  AnswerGate gate_;
+  std::shared_ptr<ManualClock> clock_;
+  std::shared_ptr<BridgedApplication> application_;
+  std::shared_ptr<ZTInAppMarketingManager> manager_;
+  const std::shared_ptr<HostHandler> handler_ = std::make_shared<HostHandler>(*this);
+  const std::shared_ptr<AnswerObserver> observer_ = std::make_shared<AnswerObserver>(*this);
+  std::shared_ptr<AdvertisementType> lastShown_;
+  std::shared_ptr<AdvertisementTriggerType> lastShownTrigger_;
+  std::shared_ptr<RequestTicketType> trackedAds_;
+  std::shared_ptr<RequestTicketType> trackedRanked_;
+  bool adsAnswered_ = false;
+  bool rankedAnswered_ = false;
+  const void* seenAdsResponse_ = nullptr;
+  const void* seenRankedResponse_ = nullptr;
+  bool json_ = false;
+
+ public:
+  void setJson(bool value) { json_ = value; }
+};
+
+bool HostHandler::shouldHandleAdvertisementConfiguration(const AdvertisementConfigurationData& configuration,
+                                                         ZTInAppMarketingManager&) {
+  const auto& advertisement = configuration.advertisement();
+  const bool interstitial = advertisement && (advertisement->displayType() == ZTIAMAdvertisementDisplayTypeDfpInterstitial ||
+                                              advertisement->displayType() == ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload);
+  if (!interstitial) simulator_.display(configuration, "presenter");
+  return !interstitial;
+}
+
+void HostHandler::handleAdvertisementConfiguration(const AdvertisementConfigurationData& configuration,
+                                                   ZTInAppMarketingManager&, WillShowCompletion willShowCompletion) {
+  simulator_.display(configuration, "host");
+  // The interstitial is shown and closed within the step; it never holds the popup conductor.
+  if (willShowCompletion) willShowCompletion(true);
+}
+
+void AnswerObserver::inAppMarketingManager(ZTInAppMarketingManager&, const std::optional<AdvertisementList>&) {
+  simulator_.answered(kAds);
+}
+
+void AnswerObserver::inAppMarketingManager(ZTInAppMarketingManager&, const std::optional<RankedAppList>&) {
+  simulator_.answered(kRanked);
+}
+
+// A temporary preferences file that is removed with its journal files.
+struct TemporaryPreferences {
+  std::string path;
+  TemporaryPreferences() {
+    std::string pattern = (fs::temp_directory_path() / "iam-simulate-XXXXXX").string();
+    const int fd = mkstemp(pattern.data());
+    if (fd >= 0) {
+      close(fd);
+      path = pattern;
+    }
+  }
+  ~TemporaryPreferences() {
+    if (path.empty()) return;
+    std::error_code ignored;
+    for (const char* suffix : {"", "-wal", "-shm", "-journal"}) fs::remove(path + suffix, ignored);
+  }
+};
+
+// Journey lines hold one scalar step each; anything nested deeper is not kept, so no input
+// builds a deep tree.
+json parseJourneyLine(const std::string& text) {
+  return json::parse(
+      text, [](int depth, json::parse_event_t, json&) { return depth <= 2; }, false);
+}
+
+}  // namespace
+
+int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream& err) {
+  const auto start = parseIso8601(options.start);
+  if (!start) {
+    err << "iam simulate: --start " << options.start << " is not an ISO-8601 date and time\n";
+    return 2;
+  }
+  std::ifstream journey(options.journey, std::ios::binary);
+  if (!journey) {
+    err << "iam simulate: cannot read the journey " << options.journey << "\n";
+    return 2;
+  }
+  ReferenceMarketingService service;
+  if (!service.setAnswerFromFile(kAds, options.campaign)) {
+    err << "iam simulate: cannot read the campaign " << options.campaign << "\n";
+    return 2;
+  }
+  if (options.ranked && !service.setAnswerFromFile(kRanked, *options.ranked)) {
+    err << "iam simulate: cannot read the ranked list " << *options.ranked << "\n";
+    return 2;
+  }
+  if (!service.start()) {
+    err << "iam simulate: cannot start the marketing service on 127.0.0.1\n";
+    return 1;
+  }
+  TemporaryPreferences temporary;
+  const std::string prefsPath = options.prefs ? *options.prefs : temporary.path;
+  auto store = prefsPath.empty() ? nullptr : SQLitePreferencesStore::open(prefsPath);
+  if (!store) {
+    err << "iam simulate: cannot open the preferences file " << prefsPath << "\n";
+    return 1;
+  }
+  registerArchivableClasses();
+  PreferencesStore::setStandard(store);
+
+  Timeline timeline(out, options.json, *start);
+  int status = 0;
+  {
+    Simulator simulator(options, timeline, *start, service);
+    simulator.setJson(options.json);
+    simulator.setUp();
+    const fs::path folder = fs::absolute(options.journey).parent_path();
+    std::string text;
+    std::size_t number = 0;
+    try {
+      while (std::getline(journey, text)) {
+        ++number;
+        if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
+        const json line = parseJourneyLine(text);
+        if (line.is_discarded()) throw JourneyError{"not a JSON object"};
+        simulator.step(line, folder);
+      }
+      simulator.printStats();
+    } catch (const JourneyError& error) {
+      err << options.journey << ":" << number << ": " << error.message << "\n";
+      status = 2;
+    } catch (const std::exception& error) {
+      err << "iam simulate: " << error.what() << "\n";
+      status = 1;
+    }
+    simulator.tearDown();
+  }
+  PreferencesStore::setStandard(nullptr);
+  Clock::setCurrent(nullptr);
+  service.stop();
+  return status;
 }
 
 }  // namespace iam::tool
