@@ -3,8 +3,14 @@
 #include <algorithm>
 #include <mutex>
 
+#include <fmt/format.h>
+
 #include "iam/manager/InAppMarketingPreferencesStorage.h"
+#include "iam/platform/Application.h"
 #include "iam/platform/Bundle.h"
+#include "iam/platform/LogBridge.h"
+#include "iam/platform/URL.h"
+#include "iam/platform/ZTDispatchTools.h"
 #include "iam/validity/ZTIAMAdvertisementEventReservedEvents.h"
 
 namespace iam {
@@ -29,6 +35,24 @@ void storeShared(std::shared_ptr<ZTInAppMarketingManager> manager) {
 }
 
 bool isMissing(const std::optional<std::string>& text) { return !text || text->empty(); }
+
+constexpr std::string_view kBlockedWarning =
+    "IAM: ZTInAppMarketingManager: An interstitial won't be shown, because it is blocked by the app, or another popup.";
+
+bool isInterstitial(ZTIAMAdvertisementDisplayType type) {
+  return type == ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload || type == ZTIAMAdvertisementDisplayTypeDfpInterstitial;
+}
+
+// Opens `text` through the running app; `function` names the caller in the log.
+void openURLString(const std::string& text, const char* function) {
+  auto url = URL::URLWithString(text);
+  if (!url) {
+    LogBridge::error(fmt::format("IAM: Could not create url from string: {}", text), ZTInAppMarketingManager::kLogFile,
+                     __LINE__, function);
+    return;
+  }
+  Application::shared()->open(*url);
+}
 
 }  // namespace
 
@@ -84,8 +108,14 @@ std::vector<std::shared_ptr<ZTInAppMarketingManagerDelegate>> ZTInAppMarketingMa
 }
 
 void ZTInAppMarketingManager::disableInterstitials() {
+  std::lock_guard lock(disabledDisplayTypesMutex_);
   disabledDisplayTypes_.insert(ZTIAMAdvertisementDisplayTypeDfpInterstitial);
   disabledDisplayTypes_.insert(ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload);
+}
+
+std::set<ZTIAMAdvertisementDisplayType> ZTInAppMarketingManager::disabledDisplayTypes() const {
+  std::lock_guard lock(disabledDisplayTypesMutex_);
+  return disabledDisplayTypes_;
 }
 
 // Observers are walked as they are when the walk starts; one that adds or removes observers
@@ -106,6 +136,262 @@ void ZTInAppMarketingManager::updated(const std::shared_ptr<ZTIAMAppConfigType>&
                                       const std::shared_ptr<ZTIAMAppConfigType>& oldConfiguration) {
   for (const auto& delegate : delegates()) delegate->inAppMarketingManager(*this, configuration, oldConfiguration);
   ZTInAppMarketingManagerLogic::updated(configuration, oldConfiguration);
+}
+
+void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
+  if (!active()) return;
+  auto key = appLaunchToAppUpdatedIfNeededFor(eventKey);
+  auto self = std::static_pointer_cast<ZTInAppMarketingManager>(shared_from_this());
+  ZTDispatchTools::onBackgroundWithBlock([self = std::move(self), key = std::move(key)] {
+    self->updateLogAndStatisticsWithAppEventKey(key);
+    const auto disabled = self->disabledDisplayTypes();
+    // The walk keeps to the list it started with; a newer answer changes the next event.
+    const auto walked = self->mostRecentAdvertisementResponse();
+    const auto snapshot = walked ? walked->advertisements() : AdvertisementList{};
+    // The trigger rules see the advertisements held at each step. Copied only when the answer was
+    // replaced during the walk, so that a long list is not copied once per advertisement.
+    std::shared_ptr<AdvertisementsRequestResponse> currentResponse = walked;
+    AdvertisementList replacedList;
+    auto currentAdvertisements = [&]() -> const AdvertisementList& {
+      auto held = self->mostRecentAdvertisementResponse();
+      if (held == walked) return snapshot;
+      if (held != currentResponse || !held) {
+        replacedList = held ? held->advertisements() : AdvertisementList{};
+        currentResponse = std::move(held);
+      }
+      return replacedList;
+    };
+    bool shown = false;
+    for (const auto& advertisement : snapshot) {
+      if (!advertisement) continue;
+      const auto displayType = advertisement->displayType();
+      if (disabled.count(displayType) != 0) continue;
+      if (!self->isAdvertisementValid(advertisement)) continue;
+      auto trigger = self->findValidTriggerForAdvertisement(advertisement, key, currentAdvertisements());
+      if (!trigger) continue;
+      const bool preload = displayType == ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload;
+      if (!preload) {
+        if (shown) continue;
+        if (self->advertisementPresenter()->isPresentingAdvertisement()) continue;
+      }
+      self->updateLogAndStatisticsWithTrigger(trigger);
+      ZTDispatchTools::onMainWithBlock([self, advertisement, trigger] {
+        self->showAdvertisementWith(
+            std::make_shared<AdvertisementConfigurationData>(advertisement, trigger, nullptr, nullptr));
+      });
+      if (!preload) shown = true;
+    }
+  });
+}
+
+void ZTInAppMarketingManager::showAdvertisementWith(const std::shared_ptr<AdvertisementConfigurationData>& configuration) {
+  if (!configuration) return;
+  const auto& advertisement = configuration->advertisement();
+  std::shared_ptr<ZTIAMAdvertisementEventInterface> impression = ZTIAMAdvertisementEventFactory::createEventWithType(
+      ZTIAMAdvertisementEventTypeImpression, advertisement, configuration->trigger(), configuration->target());
+  if (auto delegate = advertisementHandlerDelegate();
+      delegate && !delegate->shouldHandleAdvertisementConfiguration(*configuration, *this)) {
+    if (canShowPopup()) {
+      auto weak = std::weak_ptr<ZTInAppMarketingManager>(
+          std::static_pointer_cast<ZTInAppMarketingManager>(shared_from_this()));
+      delegate->handleAdvertisementConfiguration(*configuration, *this, [weak, impression](bool willShow) {
+        if (!willShow) return;
+        if (auto self = weak.lock()) self->handleAdvertisementEvent(impression, nullptr, nullptr);
+      });
+    } else {
+      LogBridge::warning(std::string(kBlockedWarning), kLogFile, __LINE__,
+                         "-[ZTInAppMarketingManager showAdvertisementWith:]");
+    }
+    return;
+  }
+  // Counted before anything is shown, also for types the manager cannot show itself.
+  handleAdvertisementEvent(impression, nullptr, nullptr);
+  if (!advertisement) return;
+  const auto displayType = advertisement->displayType();
+  if (isInterstitial(displayType)) {
+    LogBridge::error("IAM: DFP Interstitial calls need to be handled via the `advertisementHandlerDelegate`", kLogFile,
+                     __LINE__, "-[ZTInAppMarketingManager showAdvertisementWith:]");
+  } else if (displayType == ZTIAMAdvertisementDisplayTypeReviewQuestion) {
+    showReviewWithAdvertisement(advertisement, configuration->delay());
+  }
+}
+
+void ZTInAppMarketingManager::forceShowOfAdvertisement(const std::shared_ptr<AdvertisementType>& advertisement) {
+  if (!advertisement) return;
+  AdvertisementConfigurationData configuration(advertisement, nullptr, nullptr, nullptr);
+  if (auto delegate = advertisementHandlerDelegate();
+      delegate && !delegate->shouldHandleAdvertisementConfiguration(configuration, *this)) {
+    if (canShowPopup()) {
+      delegate->handleAdvertisementConfiguration(configuration, *this, nullptr);
+    } else {
+      LogBridge::warning(std::string(kBlockedWarning), kLogFile, __LINE__,
+                         "-[ZTInAppMarketingManager forceShowOfAdvertisement:]");
+    }
+    return;
+  }
+  if (advertisement->displayType() == ZTIAMAdvertisementDisplayTypeReviewQuestion)
+    showReviewWithAdvertisement(advertisement, 0);
+}
+
+void ZTInAppMarketingManager::handleAdvertisementEvent(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                                       const std::shared_ptr<View>& sourceView,
+                                                       const std::shared_ptr<ViewController>& sourceViewController) {
+  if (!event) return;
+  switch (event->advertisementEventType()) {
+    case ZTIAMAdvertisementEventTypeImpression:
+      handleAdvertisementImpression(event, sourceView, sourceViewController);
+      break;
+    case ZTIAMAdvertisementEventTypeClick:
+      handleAdvertisementClick(event, sourceView, sourceViewController);
+      break;
+    case ZTIAMAdvertisementEventTypeDismiss:
+      handleAdvertisementDismiss(event, sourceView, sourceViewController);
+      break;
+    case ZTIAMAdvertisementEventTypePostpone:
+      handleAdvertisementPostpone(event, sourceView, sourceViewController);
+      break;
+    default:
+      break;
+  }
+  updateLogAndStatisticsWithEvent(event);
+}
+
+void ZTInAppMarketingManager::handleAdvertisementImpression(const std::shared_ptr<ZTIAMAdvertisementEventInterface>&,
+                                                            const std::shared_ptr<View>&,
+                                                            const std::shared_ptr<ViewController>&) {}
+
+void ZTInAppMarketingManager::handleAdvertisementDismiss(const std::shared_ptr<ZTIAMAdvertisementEventInterface>&,
+                                                         const std::shared_ptr<View>&,
+                                                         const std::shared_ptr<ViewController>&) {}
+
+void ZTInAppMarketingManager::handleAdvertisementPostpone(const std::shared_ptr<ZTIAMAdvertisementEventInterface>&,
+                                                          const std::shared_ptr<View>&,
+                                                          const std::shared_ptr<ViewController>&) {}
+
+void ZTInAppMarketingManager::handleAdvertisementClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                                       const std::shared_ptr<View>& sourceView,
+                                                       const std::shared_ptr<ViewController>& sourceViewController) {
+  auto advertisement = event->advertisement();
+  if (!advertisement) return;
+  switch (advertisement->okActionType()) {
+    case ZTIAMAdvertisementActionTypeOpenStore:
+      processOpenStoreClick(event, sourceView, sourceViewController);
+      break;
+    case ZTIAMAdvertisementActionTypeOpenAd:
+      processOpenAdClick(event, sourceView, sourceViewController);
+      break;
+    case ZTIAMAdvertisementActionTypeOpenReview:
+      processOpenReviewClick(event, sourceView, sourceViewController);
+      break;
+    case ZTIAMAdvertisementActionTypeInvalid:
+    case ZTIAMAdvertisementActionTypeNoAction:
+    case ZTIAMAdvertisementActionTypeDismiss:
+    case ZTIAMAdvertisementActionTypePostpone:
+    case ZTIAMAdvertisementActionTypeOpenContact:
+    case ZTIAMAdvertisementActionTypeOpenContactForm:
+      LogBridge::warning("IAM: Invalid click action.", kLogFile, __LINE__,
+                         "-[ZTInAppMarketingManager handleAdvertisementClick:sourceView:sourceViewController:]");
+      break;
+    default:
+      break;
+  }
+}
+
+void ZTInAppMarketingManager::processOpenStoreClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                                    const std::shared_ptr<View>& sourceView,
+                                                    const std::shared_ptr<ViewController>& sourceViewController) {
+  auto advertisement = event->advertisement();
+  if (advertisement && advertisement->displayType() == ZTIAMAdvertisementDisplayTypeReviewQuestion)
+    handleAdvertisementOpenStore(event, sourceView, sourceViewController);
+}
+
+void ZTInAppMarketingManager::processOpenReviewClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                                     const std::shared_ptr<View>& sourceView,
+                                                     const std::shared_ptr<ViewController>& sourceViewController) {
+  auto advertisement = event->advertisement();
+  if (advertisement && advertisement->displayType() == ZTIAMAdvertisementDisplayTypeReviewQuestion)
+    handleAdvertisementOpenReview(event, sourceView, sourceViewController);
+}
+
+void ZTInAppMarketingManager::handleAdvertisementOpenStore(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                                           const std::shared_ptr<View>&,
+                                                           const std::shared_ptr<ViewController>&) {
+  constexpr const char* kFunction = "-[ZTInAppMarketingManager handleAdvertisementOpenStore:sourceView:sourceViewController:]";
+  auto advertisement = event->advertisement();
+  if (!advertisement || !advertisement->advertisedApp()) return;
+  const auto& storeUrl = advertisement->advertisedApp()->storeUrl();
+  if (isMissing(storeUrl)) {
+    LogBridge::warning("IAM: Advertisement has no app store url", kLogFile, __LINE__, kFunction);
+    return;
+  }
+  openURLString(*storeUrl, kFunction);
+}
+
+void ZTInAppMarketingManager::handleAdvertisementOpenReview(
+    const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event, const std::shared_ptr<View>&,
+    const std::shared_ptr<ViewController>&) {
+  constexpr const char* kFunction =
+      "-[ZTInAppMarketingManager handleAdvertisementOpenReview:sourceView:sourceViewController:]";
+  auto advertisement = event->advertisement();
+  std::optional<std::string> reviewUrl;
+  if (advertisement && advertisement->advertisedApp()) reviewUrl = advertisement->advertisedApp()->reviewUrl();
+  if (isMissing(reviewUrl)) {
+    LogBridge::warning("IAM: Advertisement has no review url", kLogFile, __LINE__, kFunction);
+    return;
+  }
+  // The review address already carries its query.
+  openURLString(*reviewUrl + "&action=write-review", kFunction);
+}
+
+void ZTInAppMarketingManager::processOpenAdClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                                 const std::shared_ptr<View>&, const std::shared_ptr<ViewController>&) {
+  constexpr const char* kFunction = "-[ZTInAppMarketingManager processOpenAdClick:sourceView:sourceViewController:]";
+  auto advertisement = event->advertisement();
+  if (!advertisement) return;
+  const auto& linkedId = advertisement->okActionMeta();
+  if (isMissing(linkedId)) return;
+  auto linked = getAdvertisementByAdvertisementId(*linkedId);
+  if (!linked) {
+    LogBridge::error(fmt::format("IAM: Could not find linked advertisement with id '{}'", *linkedId), kLogFile,
+                     __LINE__, kFunction);
+    return;
+  }
+  // Shown even when invalid: the campaign chose to link it.
+  if (!isAdvertisementValid(linked))
+    LogBridge::warning(fmt::format("IAM: Linked advertisement with id '{}' is not valid but will be shown.", *linkedId),
+                       kLogFile, __LINE__, kFunction);
+  const auto displayType = advertisement->displayType();
+  if (!isInterstitial(displayType) && displayType != ZTIAMAdvertisementDisplayTypeReviewQuestion) return;
+  auto configuration = std::make_shared<AdvertisementConfigurationData>(linked, nullptr, nullptr, nullptr);
+  configuration->setAnimated(false);
+  showAdvertisementWith(configuration);
+}
+
+void ZTInAppMarketingManager::showReviewWithAdvertisement(const std::shared_ptr<AdvertisementType>& advertisement,
+                                                          double delay) {
+  std::shared_ptr<ViewController> host;
+  if (auto window = Application::shared()->keyWindow()) {
+    if (const auto& root = window->rootViewController()) host = root->topPresentedViewController();
+  }
+  advertisementPresenter_->presentAdvertisement(advertisement, std::move(host), delay);
+}
+
+AdvertisementTargetSet ZTInAppMarketingManager::getTargetsBySpaceKey(const std::string& spaceKey) {
+  AdvertisementTargetSet targets;
+  if (!active() || spaceKey.empty()) return targets;
+  auto response = mostRecentAdvertisementResponse();
+  if (!response) return targets;
+  for (const auto& advertisement : response->advertisements()) {
+    for (const auto& target : getTargetsBySpaceKey(spaceKey, advertisement, false)) targets.insert(target);
+  }
+  return targets;
+}
+
+AdvertisementTargetSet ZTInAppMarketingManager::getTargetsBySpaceKey(
+    const std::string& spaceKey, const std::shared_ptr<AdvertisementType>& advertisement, bool ignoreIsValid) {
+  if (!active() || spaceKey.empty() || !advertisement) return {};
+  if (!ignoreIsValid && !isAdvertisementValid(advertisement)) return {};
+  return advertisement->targetsFor(spaceKey);
 }
 
 std::string ZTInAppMarketingManager::appLaunchToAppUpdatedIfNeededFor(const std::string& eventKey) {

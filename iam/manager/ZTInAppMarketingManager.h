@@ -1,6 +1,7 @@
 #pragma once
 
 #include <memory>
+#include <mutex>
 #include <optional>
 #include <set>
 #include <string>
@@ -12,7 +13,10 @@
 #include "iam/manager/ZTInAppMarketingManagerLogic.h"
 #include "iam/manager/ZTInAppMarketingManagerStorageType.h"
 #include "iam/model/ZTIAMAdvertisementDisplayType.h"
+#include "iam/platform/View.h"
+#include "iam/platform/ViewController.h"
 #include "iam/presentation/ZTIAMAdvertisementPresenter.h"
+#include "iam/stats/ZTIAMAdvertisementEvent.h"
 
 namespace iam {
 
@@ -64,13 +68,74 @@ class ZTInAppMarketingManager : public ZTInAppMarketingManagerLogic {
 
   const std::shared_ptr<ZTIAMAdvertisementPresenter>& advertisementPresenter() const { return advertisementPresenter_; }
   const std::shared_ptr<ZTInAppMarketingManagerStorageType>& storage() const { return storage_; }
-  const std::set<ZTIAMAdvertisementDisplayType>& disabledDisplayTypes() const { return disabledDisplayTypes_; }
+  // A copy: the app event walk reads the set on a background thread. Any thread.
+  std::set<ZTIAMAdvertisementDisplayType> disabledDisplayTypes() const;
 
   // Keeps both interstitial types of the outside ad network from being triggered by app events,
   // for good.
   void disableInterstitials();
   // Exists so that hosts can call it; shows nothing.
   void showDebugPanel() {}
+
+  // App events and display. While inactive an app event is neither counted nor acted on. The
+  // event is counted and the advertisements are walked on a background thread; at most one
+  // advertisement that is not an interstitial preload is shown per event (the first in the
+  // answer's order that is enabled, valid and has a valid trigger for the key, unless the presenter
+  // is busy), every qualifying preload is passed on. Display requests come back to the main loop.
+  void handleAppEvent(const std::string& eventKey);
+  // Hands the request to the handler delegate or shows it; counts the impression either way it is
+  // shown.
+  void showAdvertisementWith(const std::shared_ptr<AdvertisementConfigurationData>& configuration);
+  // Shows without counting and without any activity, switch, validity or presenter check.
+  void forceShowOfAdvertisement(const std::shared_ptr<AdvertisementType>& advertisement);
+
+  // Advertisement actions: the one entry for impressions, clicks, dismissals and postponements.
+  // The action runs first, then the event is counted.
+  void handleAdvertisementEvent(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                const std::shared_ptr<View>& sourceView,
+                                const std::shared_ptr<ViewController>& sourceViewController);
+  virtual void handleAdvertisementImpression(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                             const std::shared_ptr<View>& sourceView,
+                                             const std::shared_ptr<ViewController>& sourceViewController);
+  // Routes a tap by the advertisement's OK action type.
+  virtual void handleAdvertisementClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                        const std::shared_ptr<View>& sourceView,
+                                        const std::shared_ptr<ViewController>& sourceViewController);
+  virtual void handleAdvertisementDismiss(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                          const std::shared_ptr<View>& sourceView,
+                                          const std::shared_ptr<ViewController>& sourceViewController);
+  virtual void handleAdvertisementPostpone(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                           const std::shared_ptr<View>& sourceView,
+                                           const std::shared_ptr<ViewController>& sourceViewController);
+  // Only a review question opens the store or review page here; other display types open their
+  // links in the view that shows them.
+  virtual void processOpenStoreClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                     const std::shared_ptr<View>& sourceView,
+                                     const std::shared_ptr<ViewController>& sourceViewController);
+  virtual void processOpenReviewClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                      const std::shared_ptr<View>& sourceView,
+                                      const std::shared_ptr<ViewController>& sourceViewController);
+  // Shows the linked advertisement, valid or not, when the tapped one is an interstitial or a
+  // review question.
+  virtual void processOpenAdClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                  const std::shared_ptr<View>& sourceView,
+                                  const std::shared_ptr<ViewController>& sourceViewController);
+  virtual void handleAdvertisementOpenStore(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                            const std::shared_ptr<View>& sourceView,
+                                            const std::shared_ptr<ViewController>& sourceViewController);
+  virtual void handleAdvertisementOpenReview(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
+                                             const std::shared_ptr<View>& sourceView,
+                                             const std::shared_ptr<ViewController>& sourceViewController);
+  // Presents over the top presented screen of the key window, after `delay` seconds.
+  void showReviewWithAdvertisement(const std::shared_ptr<AdvertisementType>& advertisement, double delay);
+
+  // The targets for the space of every valid advertisement (unordered); empty while inactive or for
+  // an empty key. Nothing is counted.
+  AdvertisementTargetSet getTargetsBySpaceKey(const std::string& spaceKey);
+  // The advertisement's targets for the space; `ignoreIsValid` skips its validity check.
+  AdvertisementTargetSet getTargetsBySpaceKey(const std::string& spaceKey,
+                                              const std::shared_ptr<AdvertisementType>& advertisement,
+                                              bool ignoreIsValid);
 
   // The event key to count for `eventKey`: the first foreground event after the app's version
   // changed becomes "System - app updated", and the new version is kept. Any other key is
@@ -88,7 +153,9 @@ class ZTInAppMarketingManager : public ZTInAppMarketingManagerLogic {
   std::vector<std::weak_ptr<ZTInAppMarketingManagerDelegate>> delegates_;
   std::shared_ptr<ZTIAMAdvertisementPresenter> advertisementPresenter_;
   std::shared_ptr<ZTInAppMarketingManagerStorageType> storage_;
-  std::set<ZTIAMAdvertisementDisplayType> disabledDisplayTypes_;
+  // Changed on the main thread, read by the app event walk.
+  mutable std::mutex disabledDisplayTypesMutex_;
+  std::set<ZTIAMAdvertisementDisplayType> disabledDisplayTypes_;  // guarded by disabledDisplayTypesMutex_
   std::shared_ptr<ZTAnalyticsManager> analyticsManager_;
   std::weak_ptr<ZTInAppMarketingManagerAdvertisementHandlerDelegate> advertisementHandlerDelegate_;
 };

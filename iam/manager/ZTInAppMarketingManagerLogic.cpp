@@ -12,6 +12,7 @@
 #include "iam/platform/ZTPopupConductor.h"
 #include "iam/platform/ZTSettings.h"
 #include "iam/service/IAMWebService.h"
+#include "iam/validity/ZTIAMAdvertisementValidityHelper.h"
 
 namespace iam {
 namespace {
@@ -29,6 +30,21 @@ std::string describe(const AdvertisementsRequestResponse& response) {
 std::string describe(const NativeQualityNetworkResponse& response) {
   return fmt::format("NativeQualityNetworkResponse etag: {}, ranked apps: {}", response.etag().value_or("none"),
                      response.qualityNetworkRankedApps().size());
+}
+
+std::string describe(const AdvertisementTriggerType& trigger) {
+  auto advertisement = trigger.advertisement();
+  return fmt::format("AdvertisementTrigger triggerId: {}, eventKey: {}, advertisement: {}", trigger.triggerId(),
+                     trigger.eventKey(), advertisement ? advertisement->advertisementId() : "none");
+}
+
+std::string describe(const ZTIAMAdvertisementEvent& event) {
+  auto trigger = event.trigger();
+  auto target = event.target();
+  return fmt::format("ZTIAMAdvertisementEvent type: {}, date: {:f}, advertisement: {}, trigger: {}, target: {}",
+                     StringFromZTIAMAdvertisementEventType(event.advertisementEventType()).value_or("unknown"),
+                     timeIntervalSince1970(event.date()), event.advertisementId().value_or("none"),
+                     trigger ? trigger->triggerId() : "none", target ? target->targetId() : "none");
 }
 
 // Writes the answer, or "none" when there is none, so that a dropped answer is not read back.
@@ -154,6 +170,75 @@ bool ZTInAppMarketingManagerLogic::canShowPopup() const {
   auto conductor = ZTPopupConductor::defaultInstance();
   if (conductor->isShowingPopup()) return false;
   return conductor->canShowNonUrgentPopups();
+}
+
+bool ZTInAppMarketingManagerLogic::isAdvertisementValid(const std::shared_ptr<AdvertisementType>& advertisement) {
+  if (!advertisement) return false;
+  auto stats = statsHelper_->getAdvertisementStatsByAdvertisementId(advertisement->advertisementId());
+  if (!stats) return false;
+  return ZTIAMAdvertisementValidityHelper::isAdvertisementValid(*advertisement, *stats);
+}
+
+bool ZTInAppMarketingManagerLogic::isAdvertisementTriggerValid(const std::shared_ptr<AdvertisementTriggerType>& trigger) {
+  auto response = mostRecentAdvertisementResponse();
+  return isAdvertisementTriggerValid(trigger, response ? response->advertisements() : AdvertisementList{});
+}
+
+bool ZTInAppMarketingManagerLogic::isAdvertisementTriggerValid(const std::shared_ptr<AdvertisementTriggerType>& trigger,
+                                                               const AdvertisementList& advertisements) {
+  if (!trigger) return false;
+  return ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(*trigger, *statsHelper_, advertisements,
+                                                                       appConfiguration());
+}
+
+std::shared_ptr<AdvertisementTriggerType> ZTInAppMarketingManagerLogic::findValidTriggerForAdvertisement(
+    const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
+    const AdvertisementList& advertisements) {
+  if (!advertisement) return nullptr;
+  for (const auto& trigger : advertisement->triggersFor(eventKey)) {
+    if (isAdvertisementTriggerValid(trigger, advertisements)) return trigger;
+  }
+  return nullptr;
+}
+
+void ZTInAppMarketingManagerLogic::updateLogAndStatisticsWithAppEventKey(const std::string& eventKey) {
+  if (logInfoEnabled())
+    LogBridge::info(fmt::format("IAM: Registering app event:\r{}", eventKey), kLogFile, __LINE__,
+                    "-[ZTInAppMarketingManagerLogic updateLogAndStatisticsWithAppEventKey:]");
+  statsHelper_->handleAppEventWithKey(eventKey);
+}
+
+void ZTInAppMarketingManagerLogic::updateLogAndStatisticsWithTrigger(
+    const std::shared_ptr<AdvertisementTriggerType>& trigger) {
+  if (!trigger) return;
+  if (logInfoEnabled())
+    LogBridge::info(fmt::format("IAM: Registering trigger:\r{}", describe(*trigger)), kLogFile, __LINE__,
+                    "-[ZTInAppMarketingManagerLogic updateLogAndStatisticsWithTrigger:]");
+  statsHelper_->handleTriggerFired(*trigger);
+}
+
+void ZTInAppMarketingManagerLogic::updateLogAndStatisticsWithEvent(
+    const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event) {
+  if (!event) return;
+  if (logInfoEnabled())
+    LogBridge::info(fmt::format("IAM: Registering event:\r{}", describe(*event)), kLogFile, __LINE__,
+                    "-[ZTInAppMarketingManagerLogic updateLogAndStatisticsWithEvent:]");
+  switch (event->advertisementEventType()) {
+    case ZTIAMAdvertisementEventTypeImpression:
+      statsHelper_->handleAdvertisementImpression(*event);
+      break;
+    case ZTIAMAdvertisementEventTypeClick:
+      statsHelper_->handleAdvertisementClick(*event);
+      break;
+    case ZTIAMAdvertisementEventTypeDismiss:
+      statsHelper_->handleAdvertisementDismiss(*event);
+      break;
+    case ZTIAMAdvertisementEventTypePostpone:
+      statsHelper_->handleAdvertisementPostpone(*event);
+      break;
+    default:
+      break;
+  }
 }
 
 void ZTInAppMarketingManagerLogic::setBoughtAdFreeUpgrade(bool value) {

@@ -64,6 +64,25 @@ class ZTInAppMarketingManagerLogic : public std::enable_shared_from_this<ZTInApp
   // Whether the popup coordinator lets a popup be shown now. Any thread.
   bool canShowPopup() const;
 
+  // Validity with the held statistics and answer. Any thread; the app event walk calls them in the
+  // background.
+  bool isAdvertisementValid(const std::shared_ptr<AdvertisementType>& advertisement);
+  // Against the advertisements of the held answer.
+  bool isAdvertisementTriggerValid(const std::shared_ptr<AdvertisementTriggerType>& trigger);
+  bool isAdvertisementTriggerValid(const std::shared_ptr<AdvertisementTriggerType>& trigger,
+                                   const AdvertisementList& advertisements);
+  // Some valid trigger of the advertisement for the key (which one, when several are, is not
+  // defined); none when there is none.
+  std::shared_ptr<AdvertisementTriggerType> findValidTriggerForAdvertisement(
+      const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
+      const AdvertisementList& advertisements);
+
+  // Counting, with an info line each. Any thread.
+  void updateLogAndStatisticsWithAppEventKey(const std::string& eventKey);
+  void updateLogAndStatisticsWithTrigger(const std::shared_ptr<AdvertisementTriggerType>& trigger);
+  // Impressions, clicks, dismissals and postponements; other event types are not counted.
+  void updateLogAndStatisticsWithEvent(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event);
+
   std::shared_ptr<AdvertisementsRequestResponse> mostRecentAdvertisementResponse() const;
   std::shared_ptr<NativeQualityNetworkResponse> mostRecentNativeQualityNetworkResponse() const;
   ZTIAMStatsHelper& statsHelper() const { return *statsHelper_; }
