@@ -103,6 +103,7 @@ class Timeline {
   void add(json line) {
     const double t = timeIntervalBetween(Clock::currentDate(), start_);
     std::lock_guard lock(mutex_);
+    if (closed_) return;
     if (json_) {
       out_ << "{\"t\":" << json(t).dump() << ",\"kind\":" << line["kind"].dump();
       for (auto& [key, value] : line.items())
@@ -110,10 +111,16 @@ class Timeline {
       out_ << "}\n";
     } else {
       char stamp[32];
-      std::snprintf(stamp, sizeof stamp, "[%8.3fs] ", t);
+      std::snprintf(stamp, sizeof stamp, "[%10.3fs] ", t);
       out_ << stamp << readable(line) << "\n";
     }
     out_.flush();
+  }
+
+  // Nothing is printed after the final statistics.
+  void close() {
+    std::lock_guard lock(mutex_);
+    closed_ = true;
   }
 
  private:
@@ -149,9 +156,9 @@ class Timeline {
       s << text(line["level"]) << ": " << message;
     } else if (kind == "stats") {
       s << "launches " << text(line["launches"]);
-      for (const auto& [key, count] : line["events"].items()) s << "\n            event " << key << ": " << text(count);
+      for (const auto& [key, count] : line["events"].items()) s << "\n              event " << key << ": " << text(count);
       for (const auto& [id, record] : line["advertisements"].items()) {
-        s << "\n            " << id << ": impressions " << text(record["impressions"]) << ", clicks "
+        s << "\n              " << id << ": impressions " << text(record["impressions"]) << ", clicks "
           << text(record["clicks"]) << ", dismisses " << text(record["dismisses"]) << ", postpones "
           << text(record["postpones"]);
         for (const auto& [trigger, count] : record["triggers"].items()) s << ", trigger " << trigger << " fired " << text(count);
@@ -161,6 +168,7 @@ class Timeline {
   }
 
   std::mutex mutex_;
+  bool closed_ = false;  // guarded by mutex_
   std::ostream& out_;
   const bool json_;
   const Date start_;
@@ -329,6 +337,7 @@ class Simulator {
     json line = statsToJson(*helper, ZTSettings::runCount());
     line["kind"] = "stats";
     timeline_.add(std::move(line));
+    timeline_.close();
     if (own) own->waitUntilSavesAreFinished();
   }
 
@@ -380,7 +389,6 @@ class Simulator {
   void dropManager() {
     if (!manager_) return;
     settle();
-    manager_->setActive(false);
     manager_->removeDelegate(observer_);
     ZTInAppMarketingManager::resetSharedInstanceForTesting();
     manager_.reset();
