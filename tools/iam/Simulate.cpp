@@ -55,6 +55,68 @@ struct JourneyError {
   std::string message;
 };
 
+// One journey line, checked before the run starts.
+struct Step {
+  std::size_t line = 0;
+  std::string key;
+  json value;
+};
+
+// Journey lines hold one scalar step each; anything nested deeper is not kept, so no input
+// builds a deep tree.
+json parseJourneyLine(const std::string& text) {
+  return json::parse(
+      text, [](int depth, json::parse_event_t, json&) { return depth <= 2; }, false);
+}
+
+Step checkedStep(const json& line, bool launched) {
+  if (line.is_discarded()) throw JourneyError{"not a JSON object"};
+  if (!line.is_object() || line.size() != 1) throw JourneyError{"expected an object with one step"};
+  const auto& [key, value] = *line.items().begin();
+  const auto expect = [&key = key](bool holds, const char* what) {
+    if (!holds) throw JourneyError{"\"" + key + "\" takes " + what};
+  };
+  if (key == "launch") {
+    expect(value.is_string(), "the app version as text");
+  } else if (key == "wait") {
+    expect(value.is_number() && value.get<double>() >= 0 && value.get<double>() <= 10 * 365 * 86400.0,
+           "a number of seconds from 0 to ten years");
+  } else if (key == "campaign") {
+    expect(value.is_string(), "a file name");
+  } else if (key == "background" || key == "foreground" || key == "refresh") {
+    expect(value == true, "true");
+  } else if (key == "event") {
+    expect(value.is_string(), "the app event key as text");
+  } else if (key == "tap") {
+    expect(value == "ok" || value == "dismiss" || value == "postpone", "\"ok\", \"dismiss\" or \"postpone\"");
+  } else if (key == "purchase") {
+    expect(value == "adFree", "\"adFree\"");
+  } else if (key == "targets") {
+    expect(value.is_string(), "a space key");
+  } else {
+    throw JourneyError{"unknown step \"" + key + "\""};
+  }
+  if (!launched && key != "launch" && key != "wait" && key != "campaign")
+    throw JourneyError{"the app has not been launched yet"};
+  return Step{0, key, value};
+}
+
+// Reads the whole journey; throws with the number of the first line it refuses.
+std::vector<Step> readJourney(std::istream& in, std::size_t& number) {
+  std::vector<Step> steps;
+  std::string text;
+  bool launched = false;
+  number = 0;
+  while (std::getline(in, text)) {
+    ++number;
+    if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
+    steps.push_back(checkedStep(parseJourneyLine(text), launched));
+    steps.back().line = number;
+    launched = launched || steps.back().key == "launch";
+  }
+  return steps;
+}
+
 std::optional<Date> parseIso8601(const std::string& text) {
   std::tm tm{};
   int consumed = 0;
@@ -272,52 +334,32 @@ class Simulator {
     Application::setShared(nullptr);
   }
 
-  void step(const json& line, const fs::path& journeyFolder) {
-    if (!line.is_object() || line.size() != 1) throw JourneyError{"expected an object with one step"};
-    const auto& [key, value] = *line.items().begin();
+  void step(const Step& step, const fs::path& journeyFolder) {
+    const std::string& key = step.key;
+    const json& value = step.value;
     if (key == "launch") {
-      if (!value.is_string()) throw JourneyError{"\"launch\" takes the app version as text"};
       launch(value.get<std::string>());
-      return;
-    }
-    if (key == "wait") {
-      if (!value.is_number() || value.get<double>() < 0 || value.get<double>() > 10 * 365 * 86400.0)
-        throw JourneyError{"\"wait\" takes a number of seconds from 0 to ten years"};
+    } else if (key == "wait") {
       wait(value.get<double>());
-      return;
-    }
-    if (key == "campaign") {
-      if (!value.is_string()) throw JourneyError{"\"campaign\" takes a file name"};
+    } else if (key == "campaign") {
       fs::path path = value.get<std::string>();
       if (path.is_relative()) path = journeyFolder / path;
       if (!service_.setAnswerFromFile(kAds, path.string())) throw JourneyError{"cannot read " + path.string()};
-      return;
-    }
-    if (key != "background" && key != "foreground" && key != "event" && key != "tap" && key != "purchase" &&
-        key != "targets" && key != "refresh")
-      throw JourneyError{"unknown step \"" + key + "\""};
-    if (!manager_) throw JourneyError{"the app has not been launched yet"};
-    if (key == "background" || key == "foreground" || key == "refresh") {
-      if (value != true) throw JourneyError{"\"" + key + "\" takes true"};
-      if (key == "background") {
-        application_->setApplicationState(UIApplicationStateBackground);
-      } else if (key == "foreground") {
-        application_->setApplicationState(UIApplicationStateActive);
-        settle();
-        manager_->handleAppEvent("appToForeground");
-      } else {
-        manager_->forceRefreshOfData();
-      }
+    } else if (key == "background") {
+      application_->setApplicationState(UIApplicationStateBackground);
+    } else if (key == "foreground") {
+      application_->setApplicationState(UIApplicationStateActive);
+      settle();
+      manager_->handleAppEvent("appToForeground");
+    } else if (key == "refresh") {
+      manager_->forceRefreshOfData();
     } else if (key == "event") {
-      if (!value.is_string()) throw JourneyError{"\"event\" takes the app event key as text"};
       manager_->handleAppEvent(value.get<std::string>());
     } else if (key == "tap") {
       tap(value);
     } else if (key == "purchase") {
-      if (value != "adFree") throw JourneyError{"\"purchase\" takes \"adFree\""};
       manager_->setBoughtAdFreeUpgrade(true);
-    } else {
-      if (!value.is_string()) throw JourneyError{"\"targets\" takes a space key"};
+    } else if (key == "targets") {
       json targets = json::array();
       for (const auto& target : manager_->getTargetsBySpaceKey(value.get<std::string>())) {
         const auto advertisement = target->advertisement();
@@ -348,7 +390,7 @@ class Simulator {
               {"trigger", configuration.trigger() ? json(configuration.trigger()->triggerId()) : json(nullptr)},
               {"displayType", advertisement ? advertisement->displayType() : ZTIAMAdvertisementDisplayTypeInvalid},
               {"route", route}};
-    if (!json_) line["displayTypeName"] = shortDisplayTypeName(line["displayType"].get<ZTIAMAdvertisementDisplayType>());
+    if (!options_.json) line["displayTypeName"] = shortDisplayTypeName(line["displayType"].get<ZTIAMAdvertisementDisplayType>());
     timeline_.add(std::move(line));
     lastShown_ = configuration.advertisement();
     lastShownTrigger_ = configuration.trigger();
@@ -393,8 +435,6 @@ class Simulator {
     ZTInAppMarketingManager::resetSharedInstanceForTesting();
     manager_.reset();
     ZTDispatchTools::settleForTesting(kSettleTimeout);
-    lastShown_.reset();
-    lastShownTrigger_.reset();
   }
 
   void tap(const json& value) {
@@ -403,10 +443,8 @@ class Simulator {
       type = ZTIAMAdvertisementEventTypeClick;
     } else if (value == "dismiss") {
       type = ZTIAMAdvertisementEventTypeDismiss;
-    } else if (value == "postpone") {
-      type = ZTIAMAdvertisementEventTypePostpone;
     } else {
-      throw JourneyError{"\"tap\" takes \"ok\", \"dismiss\" or \"postpone\""};
+      type = ZTIAMAdvertisementEventTypePostpone;
     }
     if (!lastShown_) throw JourneyError{"nothing has been shown to tap"};
     manager_->handleAdvertisementEvent(
@@ -492,10 +530,6 @@ class Simulator {
   bool rankedAnswered_ = false;
   const void* seenAdsResponse_ = nullptr;
   const void* seenRankedResponse_ = nullptr;
-  bool json_ = false;
-
- public:
-  void setJson(bool value) { json_ = value; }
 };
 
 bool HostHandler::shouldHandleAdvertisementConfiguration(const AdvertisementConfigurationData& configuration,
@@ -540,13 +574,6 @@ struct TemporaryPreferences {
   }
 };
 
-// Journey lines hold one scalar step each; anything nested deeper is not kept, so no input
-// builds a deep tree.
-json parseJourneyLine(const std::string& text) {
-  return json::parse(
-      text, [](int depth, json::parse_event_t, json&) { return depth <= 2; }, false);
-}
-
 }  // namespace
 
 int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream& err) {
@@ -560,6 +587,15 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
     err << "iam simulate: cannot read the journey " << options.journey << "\n";
     return 2;
   }
+  // A journey is refused as a whole before anything runs.
+  std::vector<Step> steps;
+  std::size_t number = 0;
+  try {
+    steps = readJourney(journey, number);
+  } catch (const JourneyError& error) {
+    err << options.journey << ":" << number << ": " << error.message << "\n";
+    return 2;
+  }
   ReferenceMarketingService service;
   if (!service.setAnswerFromFile(kAds, options.campaign)) {
     err << "iam simulate: cannot read the campaign " << options.campaign << "\n";
@@ -569,15 +605,15 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
     err << "iam simulate: cannot read the ranked list " << *options.ranked << "\n";
     return 2;
   }
-  if (!service.start()) {
-    err << "iam simulate: cannot start the marketing service on 127.0.0.1\n";
-    return 1;
-  }
   TemporaryPreferences temporary;
   const std::string prefsPath = options.prefs ? *options.prefs : temporary.path;
   auto store = prefsPath.empty() ? nullptr : SQLitePreferencesStore::open(prefsPath);
   if (!store) {
     err << "iam simulate: cannot open the preferences file " << prefsPath << "\n";
+    return 2;
+  }
+  if (!service.start()) {
+    err << "iam simulate: cannot start the marketing service on 127.0.0.1\n";
     return 1;
   }
   registerArchivableClasses();
@@ -587,18 +623,12 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
   int status = 0;
   {
     Simulator simulator(options, timeline, *start, service);
-    simulator.setJson(options.json);
     simulator.setUp();
     const fs::path folder = fs::absolute(options.journey).parent_path();
-    std::string text;
-    std::size_t number = 0;
     try {
-      while (std::getline(journey, text)) {
-        ++number;
-        if (text.find_first_not_of(" \t\r") == std::string::npos) continue;
-        const json line = parseJourneyLine(text);
-        if (line.is_discarded()) throw JourneyError{"not a JSON object"};
-        simulator.step(line, folder);
+      for (const auto& step : steps) {
+        number = step.line;
+        simulator.step(step, folder);
       }
       simulator.printStats();
     } catch (const JourneyError& error) {
