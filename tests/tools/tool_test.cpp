@@ -1,0 +1,205 @@
+// Runs the `iam` binary as a process, as its users do.
+
+#include <gtest/gtest.h>
+#include <httplib.h>
+#include <signal.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <nlohmann/json.hpp>
+#include <iterator>
+#include <sstream>
+#include <string>
+
+#include "iam/ArchivableClasses.h"
+#include "iam/manager/ZTInAppMarketingManagerLogic.h"
+#include "iam/net/OspreyServiceContentInfo.h"
+#include "iam/net/OspreyWebServiceEncryptionDetails.h"
+#include "iam/platform/SQLitePreferencesStore.h"
+#include "iam/platform/ZTSettings.h"
+#include "iam/service/AdvertisementsResponseParser.h"
+#include "iam/service/IAMWebService.h"
+#include "iam/stats/ZTIAMStatsHelper.h"
+#include "platform/ScratchDirectory.h"
+#include "testing/TestEnvironment.h"
+#include "tools/iam/Commands.h"
+#include "tools/refservice/ReferenceMarketingService.h"
+
+namespace {
+
+// The exit status (-1 when the process did not exit normally: a crash) and stdout with stderr.
+struct Run { int status = -1; std::string output; };
+
+Run runTool(const std::string& arguments) {
+  Run run;
+  const std::string command = std::string("'") + IAM_TOOL_PATH + "' " + arguments + " 2>&1";
+  FILE* pipe = ::popen(command.c_str(), "r");
+  if (!pipe) return run;
+  char buffer[4096];
+  std::size_t n = 0;
+  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
+  const int raw = ::pclose(pipe);
+  if (WIFEXITED(raw)) run.status = WEXITSTATUS(raw);
+  return run;
+}
+
+std::string data(const std::string& name) { return std::string(IAM_SOURCE_DIR) + "/tests/tools/data/" + name; }
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return {std::istreambuf_iterator<char>(in), {}};
+}
+
+void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
+
+void expectContains(const Run& run, std::initializer_list<const char*> texts) {
+  for (const char* text : texts) EXPECT_NE(run.output.find(text), std::string::npos) << text << "\n---\n" << run.output;
+}
+
+TEST(IamLint, KeepsAGoodCampaignAndExitsZero) {
+  const auto run = runTool("lint '" + data("campaign_good.json") + "'");
+  EXPECT_EQ(run.status, 0) << run.output;
+  expectContains(run, {"advertisements[0] 'rate-us': kept\n", "advertisements[1] 'interstitial': kept\n",
+                       "2 advertisements: 2 kept, 0 dropped"});
+}
+
+TEST(IamLint, NamesEveryDropWithItsPathAndWhatCanNeverShow) {
+  const auto run = runTool("lint '" + data("campaign_bad.json") + "'");
+  EXPECT_EQ(run.status, 1) << run.output;
+  expectContains(run, {"advertisements[0] 'no-display': dropped\n  advertisements[0].display.id: 13 is not 14",
+                       "advertisements[1] 'expired': kept, but can never show\n",
+                       "  advertisements[1].triggers[1].id: missing (trigger dropped)\n",
+                       "because of its start and end date. It ended at 2001-01-01T00:00:00Z.",
+                       "advertisements[2] 'contact': kept, but can never show\n",
+                       "because open contact form is not supported.", "its state is 3, not live (1)",
+                       "advertisements[3] 'linked': kept\n",
+                       "opens advertisement 'no-display', which this answer does not keep",
+                       "4 advertisements: 3 kept (2 can never show), 1 dropped"});
+}
+
+TEST(IamLint, ChecksRankedListsWithTheirOwnParser) {
+  const auto run = runTool("lint --ranked '" + data("ranked.json") + "'");
+  EXPECT_EQ(run.status, 1) << run.output;
+  expectContains(run, {"rankedApps[0] 'a': kept\n",
+                       "rankedApps[1] 'b': dropped\n  rankedApps[1].priorityId: 4 is not 1, 2 or 3"});
+  EXPECT_EQ(runTool("lint '" + data("ranked.json") + "'").status, 2);  // no advertisements answer
+}
+
+TEST(IamLint, RefusesWhatIsNoReadableAnswerWithExitTwo) {
+  iam::testing::ScratchDirectory dir;
+  // The okAction id is one the library stops the program on; lint must refuse it rather than die.
+  const std::pair<const char*, const char*> cases[] = {
+      {"", "not valid JSON"},
+      {R"({"advertisements": []})", "appConfig: missing (answer dropped)"},
+      {R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0}, "advertisements": [{"okAction":
+          {"id": 9223372036854775807}}]})", "advertisements[0].okAction.id: the library stops"}};
+  for (const auto& [text, reason] : cases) {
+    writeFile(dir.file("answer.json"), text);
+    const auto run = runTool("lint '" + dir.file("answer.json") + "'");
+    EXPECT_EQ(run.status, 2) << text;
+    expectContains(run, {reason});
+  }
+  EXPECT_NE(runTool("lint '" + dir.file("missing.json") + "'").output.find("cannot read"), std::string::npos);
+  EXPECT_EQ(runTool("lint").status, 2);
+}
+
+// In-process: a crash, an abort or an escaped exception fails the whole program.
+TEST(IamLint, MeetsEveryCorpusFileWithAnExitStatusAndNoCrash) {
+  int files = 0;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(IAM_CORPUS_DIR)) {
+    if (entry.path().extension() != ".json") continue;
+    ++files;
+    for (bool ranked : {false, true}) {
+      std::ostringstream out, err;
+      const int status = iam::tool::runLint({entry.path().string(), ranked}, out, err);
+      EXPECT_TRUE(status >= 0 && status <= 2) << entry.path();
+      // A refusal says why; an answer gets a summary line.
+      EXPECT_FALSE((status == 2 ? err : out).str().empty()) << entry.path();
+    }
+  }
+  EXPECT_GT(files, 100);
+}
+
+TEST(IamStats, ReadsWhatTheLibraryStored) {
+  iam::testing::ScratchDirectory dir;
+  const auto prefs = dir.file("prefs.sqlite");
+  {
+    iam::testing::TestEnvironment environment;
+    iam::registerArchivableClasses();
+    iam::PreferencesStore::setStandard(iam::SQLitePreferencesStore::open(prefs));
+    iam::ZTSettings::incrementRunCount();
+    iam::ZTSettings::incrementRunCount();
+    auto response = iam::AdvertisementsResponseParser().parse(
+        readFile(data("campaign_good.json")),
+        std::make_shared<iam::OspreyServiceContentInfo>(iam::dateWithTimeIntervalSince1970(1'767'225'600), false),
+        "\"tag-1\"");
+    ASSERT_TRUE(response);
+    ASSERT_TRUE(iam::ZTSettings::saveArchivableObject(
+        *response, iam::ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey));
+    iam::ZTIAMStatsHelper stats;
+    auto ad = response->advertisements().at(0);
+    auto trigger = *ad->triggers().begin();
+    auto event = [&](auto type) { return iam::ZTIAMAdvertisementEventFactory::createEventWithType(type, ad, nullptr); };
+    stats.handleAdvertisementImpression(*event(iam::ZTIAMAdvertisementEventTypeImpression));
+    stats.handleAdvertisementPostpone(*event(iam::ZTIAMAdvertisementEventTypePostpone));
+    stats.handleTriggerFired(*trigger);
+    stats.handleTriggerFired(*trigger);
+    stats.handleAppEventWithKey("appToForeground");
+    stats.waitUntilSavesAreFinished();
+    iam::PreferencesStore::setStandard(nullptr);
+  }
+  const auto run = runTool("stats --json --prefs '" + prefs + "'");
+  ASSERT_EQ(run.status, 0) << run.output;
+  const auto json = nlohmann::json::parse(run.output);
+  EXPECT_EQ(json["launches"], 2);
+  EXPECT_EQ(json["events"], nlohmann::json({{"appToForeground", 1}}));
+  EXPECT_EQ(json["advertisements"]["rate-us"],
+            nlohmann::json({{"impressions", 1}, {"clicks", 0}, {"dismisses", 0}, {"postpones", 1},
+                            {"triggers", {{"third-launch", 2}}}}));
+  EXPECT_EQ(json["cache"]["advertisements"],
+            nlohmann::json({{"count", 2}, {"etag", "\"tag-1\""}, {"fetchedAt", "2026-01-01T00:00:00Z"}}));
+  EXPECT_NE(runTool("stats --prefs '" + prefs + "'").output.find("trigger third-launch fired 2"), std::string::npos);
+  // A file that is no preferences store is refused, and not turned into one.
+  writeFile(dir.file("empty.sqlite"), "");
+  EXPECT_EQ(runTool("stats --prefs '" + dir.file("empty.sqlite") + "'").status, 2);
+  EXPECT_EQ(std::filesystem::file_size(dir.file("empty.sqlite")), 0u);
+}
+
+TEST(IamServe, AnswersWithTheEntityTagAndStopsCleanlyOnInterrupt) {
+  EXPECT_EQ(runTool("serve --campaign /nonexistent/campaign.json --port 0").status, 2);
+  const std::string campaign = data("campaign_good.json");
+  int out[2];
+  ASSERT_EQ(::pipe(out), 0);
+  const pid_t pid = ::fork();
+  if (pid == 0) {  // only async-signal-safe calls until exec
+    ::dup2(out[1], STDOUT_FILENO);
+    ::execl(IAM_TOOL_PATH, "iam", "serve", "--campaign", campaign.c_str(), "--port", "0", static_cast<char*>(nullptr));
+    ::_exit(127);
+  }
+  ::close(out[1]);
+  FILE* lines = ::fdopen(out[0], "r");
+  char line[512] = {};
+  ASSERT_TRUE(std::fgets(line, sizeof line, lines));
+  const std::string first = line;
+  ASSERT_EQ(first.find("serving on http://127.0.0.1:"), 0u) << first;
+  httplib::Client client("127.0.0.1", std::stoi(first.substr(28)));
+  auto answer = client.Post("/v1/advertisements",
+                            {{iam::OspreyWebServiceEncryptionDetails::kDefaultKeyHeaderName,
+                              std::string(iam::IAMWebService::kServiceKey)}},
+                            "{}", "application/json");
+  ASSERT_TRUE(answer);
+  ASSERT_TRUE(std::fgets(line, sizeof line, lines));
+  EXPECT_EQ(std::string(line), "POST /v1/advertisements 200 " +
+                                   iam::ReferenceMarketingService::entityTagForBytes(readFile(campaign)) + "\n");
+  ::kill(pid, SIGINT);
+  int status = 0;
+  ASSERT_EQ(::waitpid(pid, &status, 0), pid);
+  EXPECT_TRUE(WIFEXITED(status) && WEXITSTATUS(status) == 0) << status;
+  EXPECT_TRUE(std::fgets(line, sizeof line, lines) && std::string(line) == "stopped\n");
+  std::fclose(lines);
+}
+
+}  // namespace
