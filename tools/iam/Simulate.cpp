@@ -236,22 +236,24 @@ class Timeline {
   const Date start_;
 };
 
-// Holds the ranked apps' answer back while an advertisements request is in flight, so that the
-// two answers of one refresh always reach the library in the same order.
+// Holds every answer of the service until the main thread has seen its request in flight, and the
+// ranked apps' answer also while an advertisements request is in flight: so no answer arrives
+// unnoticed, and the two answers of one refresh always reach the library in the same order.
 class AnswerGate {
  public:
-  // Main thread: what is in flight now.
+  // Main thread, after it has looked at the requests in flight.
   void publish(bool advertisementsInFlight) {
     std::lock_guard lock(mutex_);
     advertisementsInFlight_ = advertisementsInFlight;
     ++generation_;
     wake_.notify_all();
   }
-  // Server thread, before the ranked apps' answer is written.
-  void holdRankedAnswer() {
+  // Server thread, before the answer is written. Gives up after a while, so that nothing hangs.
+  void holdAnswer(bool ranked) {
     std::unique_lock lock(mutex_);
     const auto seen = generation_;
-    wake_.wait_for(lock, std::chrono::seconds(5), [&] { return generation_ > seen && !advertisementsInFlight_; });
+    wake_.wait_for(lock, std::chrono::seconds(5),
+                   [&] { return generation_ > seen && (!ranked || !advertisementsInFlight_); });
   }
 
  private:
@@ -317,9 +319,9 @@ class Simulator {
       timeline_.add({{"kind", "log"}, {"level", std::string(logLevelName(record.level))}, {"message", record.message}});
     });
     service_.setRequestObserver([this](const ReferenceMarketingService::ReceivedRequest& request) {
-      if (request.path.size() >= std::string_view(kRanked).size() &&
-          request.path.compare(request.path.size() - std::string_view(kRanked).size(), std::string::npos, kRanked) == 0)
-        gate_.holdRankedAnswer();
+      const std::string_view path = request.path;
+      gate_.holdAnswer(path.size() >= std::string_view(kRanked).size() &&
+                       path.substr(path.size() - std::string_view(kRanked).size()) == kRanked);
     });
     IAMWebService::setDefaultBaseUrl(service_.baseUrl());
   }
