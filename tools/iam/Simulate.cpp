@@ -1,6 +1,7 @@
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
+#include <simdjson.h>
 
 #include <algorithm>
 #include <chrono>
@@ -9,6 +10,7 @@
 #include <ctime>
 #include <filesystem>
 #include <fstream>
+#include <limits>
 #include <mutex>
 #include <ostream>
 #include <sstream>
@@ -115,6 +117,28 @@ std::vector<Step> readJourney(std::istream& in, std::size_t& number) {
     launched = launched || steps.back().key == "launch";
   }
   return steps;
+}
+
+// The advertisement parser stops the program on ids whose mapping overflows; such an answer is
+// refused before the service may hand it out. Answers why, or none when the file may be served.
+std::optional<std::string> whyNotServable(const std::string& path) {
+  simdjson::padded_string bytes;
+  if (simdjson::padded_string::load(path).get(bytes) != simdjson::SUCCESS) return "cannot read " + path;
+  simdjson::dom::parser parser;
+  simdjson::dom::array list;
+  simdjson::dom::element root;
+  if (parser.parse(bytes).get(root) != simdjson::SUCCESS || root["advertisements"].get(list) != simdjson::SUCCESS)
+    return std::nullopt;
+  std::size_t index = 0;
+  for (auto element : list) {
+    std::int64_t id = 0;
+    const std::string at = path + ": advertisements[" + std::to_string(index++) + "]";
+    if (element["okAction"]["id"].get(id) == simdjson::SUCCESS && id == std::numeric_limits<std::int64_t>::max())
+      return at + ".okAction.id: the library stops the program on this id";
+    if (element["dataSource"]["id"].get(id) == simdjson::SUCCESS && id == std::numeric_limits<std::int64_t>::min())
+      return at + ".dataSource.id: the library stops the program on this id";
+  }
+  return std::nullopt;
 }
 
 std::optional<Date> parseIso8601(const std::string& text) {
@@ -346,6 +370,7 @@ class Simulator {
     } else if (key == "campaign") {
       fs::path path = value.get<std::string>();
       if (path.is_relative()) path = journeyFolder / path;
+      if (auto why = whyNotServable(path.string())) throw JourneyError{*why};
       if (!service_.setAnswerFromFile(kAds, path.string())) throw JourneyError{"cannot read " + path.string()};
     } else if (key == "background") {
       application_->setApplicationState(UIApplicationStateBackground);
@@ -599,6 +624,10 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
     return 2;
   }
   ReferenceMarketingService service;
+  if (auto why = whyNotServable(options.campaign)) {
+    err << "iam simulate: " << *why << "\n";
+    return 2;
+  }
   if (!service.setAnswerFromFile(kAds, options.campaign)) {
     err << "iam simulate: cannot read the campaign " << options.campaign << "\n";
     return 2;
