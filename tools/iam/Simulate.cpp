@@ -81,8 +81,9 @@ Step checkedStep(const json& line, bool launched) {
   if (key == "launch") {
     expect(value.is_string(), "the app version as text");
   } else if (key == "wait") {
-    expect(value.is_number() && value.get<double>() >= 0 && value.get<double>() <= 10 * 365 * 86400.0,
-           "a number of seconds from 0 to ten years");
+    // A year in the foreground is a million refresh timer ticks, each played out; longer is refused.
+    expect(value.is_number() && value.get<double>() >= 0 && value.get<double>() <= 366 * 86400.0,
+           "a number of seconds from 0 to 366 days");
   } else if (key == "campaign") {
     expect(value.is_string(), "a file name");
   } else if (key == "background" || key == "foreground" || key == "refresh") {
@@ -385,6 +386,7 @@ class Simulator {
     } else if (key == "tap") {
       tap(value);
     } else if (key == "purchase") {
+      purchasedAdFree_ = true;
       manager_->setBoughtAdFreeUpgrade(true);
     } else if (key == "targets") {
       json targets = json::array();
@@ -447,6 +449,8 @@ class Simulator {
     seenRankedResponse_ = manager_->mostRecentNativeQualityNetworkResponse().get();
     manager_->addDelegate(observer_);
     manager_->setAdvertisementHandlerDelegate(handler_);
+    // The host tells every new manager what the user bought.
+    if (purchasedAdFree_) manager_->setBoughtAdFreeUpgrade(true);
     if (options_.ranked) manager_->setNativeQualityNetworkEnabled(true);
     manager_->setActive(true);
     settle();
@@ -553,6 +557,7 @@ class Simulator {
   std::shared_ptr<AdvertisementTriggerType> lastShownTrigger_;
   std::shared_ptr<RequestTicketType> trackedAds_;
   std::shared_ptr<RequestTicketType> trackedRanked_;
+  bool purchasedAdFree_ = false;
   bool adsAnswered_ = false;
   bool rankedAnswered_ = false;
   const void* seenAdsResponse_ = nullptr;
