@@ -74,8 +74,9 @@ json parseJourneyLine(const std::string& text) {
 Step checkedStep(const json& line, bool launched) {
   if (line.is_discarded()) throw JourneyError{"not a JSON object"};
   if (!line.is_object() || line.size() != 1) throw JourneyError{"expected an object with one step"};
-  const auto& [key, value] = *line.items().begin();
-  const auto expect = [&key = key](bool holds, const char* what) {
+  const std::string key = line.begin().key();
+  const json& value = line.begin().value();
+  const auto expect = [&key](bool holds, const char* what) {
     if (!holds) throw JourneyError{"\"" + key + "\" takes " + what};
   };
   if (key == "launch") {
@@ -152,9 +153,9 @@ std::optional<Date> parseIso8601(const std::string& text) {
   double fraction = 0;
   if (!rest.empty() && rest[0] == '.') {
     std::size_t digits = 1;
-    while (digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9') ++digits;
+    for (double scale = 0.1; digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9'; ++digits, scale /= 10)
+      fraction += (rest[digits] - '0') * scale;
     if (digits == 1) return std::nullopt;
-    fraction = std::stod("0" + std::string(rest.substr(0, digits)));
     rest.remove_prefix(digits);
   }
   long offset = 0;
