@@ -205,6 +205,15 @@ class Timeline {
     out_.flush();
   }
 
+  // The readable timeline shows each journey step above what it caused.
+  void step(const Step& step) {
+    if (json_) return;
+    char stamp[32];
+    std::snprintf(stamp, sizeof stamp, "[%10.3fs] ", timeIntervalBetween(Clock::currentDate(), start_));
+    std::lock_guard lock(mutex_);
+    out_ << stamp << "step " << step.line << ": " << json{{step.key, step.value}}.dump(-1, ' ', false, json::error_handler_t::replace) << "\n";
+  }
+
   // Nothing is printed after the final statistics.
   void close() {
     std::lock_guard lock(mutex_);
@@ -665,6 +674,7 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
     try {
       for (const auto& step : steps) {
         number = step.line;
+        timeline.step(step);
         simulator.step(step, folder);
       }
       simulator.printStats();
