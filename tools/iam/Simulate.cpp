@@ -326,14 +326,14 @@ class AnswerObserver final : public ZTInAppMarketingManagerDelegate {
   Simulator& simulator_;
 };
 
+// The simulated device and its host app around the library's real manager: a plain device (not in
+// split screen, no alert on top, nothing the host shows left on screen after a step), a manual clock
+// and the reference service in-process. Each step returns only when everything it started has
+// finished. Installs its platform services in `setUp` and restores them in `tearDown`. Main thread.
 class Simulator {
  public:
   Simulator(const SimulateOptions& options, Timeline& timeline, Date start, ReferenceMarketingService& service)
       : options_(options), timeline_(timeline), start_(start), service_(service) {}
-
-  ~Simulator() {
-    dropManager();
-  }
 
   void setUp() {
     clock_ = std::make_shared<ManualClock>(start_);
@@ -361,8 +361,14 @@ class Simulator {
     IAMWebService::setDefaultBaseUrl(service_.baseUrl());
   }
 
+  // Never throws: a run that gave up still restores what it replaced.
   void tearDown() {
-    dropManager();
+    try {
+      dropManager();
+    } catch (const std::exception&) {
+      ZTInAppMarketingManager::resetSharedInstanceForTesting();
+      manager_.reset();
+    }
     service_.setRequestObserver(nullptr);
     LogBridge::setSink(nullptr);
     SKStoreReviewController::setRequestReviewHandler(nullptr);
