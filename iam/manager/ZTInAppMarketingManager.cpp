@@ -150,16 +150,18 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
     const auto snapshot = walked ? walked->advertisements() : AdvertisementList{};
     // The trigger rules see the advertisements held at each step. Copied only when the answer was
     // replaced during the walk, so that a long list is not copied once per advertisement.
+    // One popup spacing memo per list: the rule scans the whole list, once per walk, not per trigger.
     std::shared_ptr<AdvertisementsRequestResponse> currentResponse = walked;
     AdvertisementList replacedList;
+    ZTIAMAdvertisementValidityHelper::PopupImpressionMemo memo;
     auto currentAdvertisements = [&]() -> const AdvertisementList& {
       auto held = self->mostRecentAdvertisementResponse();
-      if (held == walked) return snapshot;
-      if (held != currentResponse || !held) {
-        replacedList = held ? held->advertisements() : AdvertisementList{};
+      if (held != currentResponse) {
+        if (held != walked) replacedList = held ? held->advertisements() : AdvertisementList{};
         currentResponse = std::move(held);
+        memo = {};
       }
-      return replacedList;
+      return currentResponse == walked ? snapshot : replacedList;
     };
     bool shown = false;
     for (const auto& advertisement : snapshot) {
@@ -167,7 +169,7 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
       const auto displayType = advertisement->displayType();
       if (disabled.count(displayType) != 0) continue;
       if (!self->isAdvertisementValid(advertisement)) continue;
-      auto trigger = self->findValidTriggerForAdvertisement(advertisement, key, currentAdvertisements());
+      auto trigger = self->findValidTriggerForAdvertisement(advertisement, key, currentAdvertisements(), memo);
       if (!trigger) continue;
       const bool preload = displayType == ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload;
       if (!preload) {

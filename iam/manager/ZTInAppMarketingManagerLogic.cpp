@@ -194,9 +194,21 @@ bool ZTInAppMarketingManagerLogic::isAdvertisementTriggerValid(const std::shared
 std::shared_ptr<AdvertisementTriggerType> ZTInAppMarketingManagerLogic::findValidTriggerForAdvertisement(
     const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
     const AdvertisementList& advertisements) {
+  ZTIAMAdvertisementValidityHelper::PopupImpressionMemo memo;
+  return findValidTriggerForAdvertisement(advertisement, eventKey, advertisements, memo);
+}
+
+std::shared_ptr<AdvertisementTriggerType> ZTInAppMarketingManagerLogic::findValidTriggerForAdvertisement(
+    const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
+    const AdvertisementList& advertisements, ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo) {
   if (!advertisement) return nullptr;
-  for (const auto& trigger : advertisement->triggersFor(eventKey)) {
-    if (isAdvertisementTriggerValid(trigger, advertisements)) return trigger;
+  const auto triggers = advertisement->triggersFor(eventKey);
+  if (triggers.empty()) return nullptr;
+  const auto appConfig = appConfiguration();
+  for (const auto& trigger : triggers) {
+    if (ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(*trigger, *statsHelper_, advertisements, appConfig,
+                                                                      &memo))
+      return trigger;
   }
   return nullptr;
 }

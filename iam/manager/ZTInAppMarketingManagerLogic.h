@@ -17,6 +17,7 @@
 #include "iam/service/IAMWebServiceParameters.h"
 #include "iam/service/NativeQualityNetworkResponse.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
+#include "iam/validity/ZTIAMAdvertisementValidityHelper.h"
 
 namespace iam {
 
@@ -127,6 +128,12 @@ class ZTInAppMarketingManagerLogic : public std::enable_shared_from_this<ZTInApp
   void loadNativeQualityNetworkResponse();
 
  protected:
+  // The app event walk's form: the popup spacing of every trigger asked about with one memo is
+  // judged by the impressions as they were at its first use.
+  std::shared_ptr<AdvertisementTriggerType> findValidTriggerForAdvertisement(
+      const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
+      const AdvertisementList& advertisements, ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo);
+
   // Only through std::make_shared (by the manager's factory): saves and callbacks need the owner.
   ZTInAppMarketingManagerLogic();
 

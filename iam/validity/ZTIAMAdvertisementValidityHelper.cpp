@@ -167,7 +167,7 @@ bool ZTIAMAdvertisementValidityHelper::advertisementIsOpened(const Advertisement
 
 bool ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(
     const AdvertisementTriggerType& trigger, ZTIAMStatsGetterHelper& statsGetter, const Advertisements& advertisements,
-    const std::shared_ptr<const ZTIAMAppConfigType>& appConfig) {
+    const std::shared_ptr<const ZTIAMAppConfigType>& appConfig, PopupImpressionMemo* memo) {
   // A trigger whose advertisement is gone has nothing to be shown for.
   auto advertisement = trigger.advertisement();
   if (!advertisement) return false;
@@ -179,7 +179,7 @@ bool ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(
   const std::int64_t fireCount = triggerStats ? triggerStats->count() : 0;
 
   TimeInterval minimumInterval = appConfig ? appConfig->minimumPopupImpressionTimeInterval() : 0;
-  if (!popupImpressionTimeIntervalHasPassed(trigger, statsGetter, advertisements, minimumInterval)) {
+  if (!popupImpressionTimeIntervalHasPassed(trigger, statsGetter, advertisements, minimumInterval, memo)) {
     if (InfoLogSwitch::logInfoEnabled()) {
       LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it is too "
                                   "recent (< {:f} seconds) another has been shown.",
@@ -237,13 +237,14 @@ bool ZTIAMAdvertisementValidityHelper::shouldCheckForImpressionTimeintervalForDi
 
 bool ZTIAMAdvertisementValidityHelper::popupImpressionTimeIntervalHasPassed(
     const AdvertisementTriggerType& trigger, ZTIAMStatsGetterHelper& statsGetter, const Advertisements& advertisements,
-    TimeInterval minimumPopupImpressionTimeInterval) {
+    TimeInterval minimumPopupImpressionTimeInterval, PopupImpressionMemo* memo) {
   auto advertisement = trigger.advertisement();
   if (advertisement && advertisement->ignoreGlobalMinimumPopupTimeInterval()) return true;
   auto displayType = advertisement ? advertisement->displayType() : ZTIAMAdvertisementDisplayTypeInvalid;
   if (!shouldCheckForImpressionTimeintervalForDisplayType(displayType)) return true;
 
-  auto mostRecent = mostRecentPopupAdvertisementImpressionDateForAdvertisements(advertisements, statsGetter);
+  auto mostRecent = memo ? memo->get(advertisements, statsGetter)
+                         : mostRecentPopupAdvertisementImpressionDateForAdvertisements(advertisements, statsGetter);
   if (!mostRecent) return true;
   // Elapsed strictly greater than the minimum; an impression stamped in the future holds back.
   return timeIntervalBetween(*mostRecent, Clock::currentDate()) < -minimumPopupImpressionTimeInterval;
@@ -261,6 +262,15 @@ std::optional<Date> ZTIAMAdvertisementValidityHelper::mostRecentPopupAdvertiseme
     if (!best || *date > *best) best = date;
   }
   return best;
+}
+
+std::optional<Date> ZTIAMAdvertisementValidityHelper::PopupImpressionMemo::get(const Advertisements& advertisements,
+                                                                               ZTIAMStatsGetterHelper& statsGetter) {
+  if (!known_) {
+    date_ = mostRecentPopupAdvertisementImpressionDateForAdvertisements(advertisements, statsGetter);
+    known_ = true;
+  }
+  return date_;
 }
 
 }  // namespace iam

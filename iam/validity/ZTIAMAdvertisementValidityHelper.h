@@ -26,6 +26,18 @@ class ZTIAMAdvertisementValidityHelper {
 
   using Advertisements = std::vector<std::shared_ptr<AdvertisementType>>;
 
+  // The most recent popup impression over one list, found on first use and then kept, so that a
+  // walk asking about many triggers over the same list scans it once. Impressions counted after
+  // the first use are not seen; use one per walk.
+  class PopupImpressionMemo {
+   public:
+    std::optional<Date> get(const Advertisements& advertisements, ZTIAMStatsGetterHelper& statsGetter);
+
+   private:
+    bool known_ = false;
+    std::optional<Date> date_;
+  };
+
   // The advertisement's own verdict: schedule, impression cap, postponement, capabilities, and for a
   // review question the days since it was last asked. Logs the reason for a refusal.
   static bool isAdvertisementValid(const AdvertisementType& advertisement,
@@ -45,13 +57,15 @@ class ZTIAMAdvertisementValidityHelper {
   // events. No app configuration means no minimum spacing. Logs the reason for a refusal.
   static bool isAdvertisementTriggerValid(const AdvertisementTriggerType& trigger, ZTIAMStatsGetterHelper& statsGetter,
                                           const Advertisements& advertisements,
-                                          const std::shared_ptr<const ZTIAMAppConfigType>& appConfig);
+                                          const std::shared_ptr<const ZTIAMAppConfigType>& appConfig,
+                                          PopupImpressionMemo* memo = nullptr);
   // Every display type but the interstitial preload counts as a popup.
   static bool shouldCheckForImpressionTimeintervalForDisplayType(ZTIAMAdvertisementDisplayType displayType);
   static bool popupImpressionTimeIntervalHasPassed(const AdvertisementTriggerType& trigger,
                                                    ZTIAMStatsGetterHelper& statsGetter,
                                                    const Advertisements& advertisements,
-                                                   TimeInterval minimumPopupImpressionTimeInterval);
+                                                   TimeInterval minimumPopupImpressionTimeInterval,
+                                                   PopupImpressionMemo* memo = nullptr);
   // The latest impression of any popup advertisement in the list; on equal dates the earlier one in
   // the list is taken.
   static std::optional<Date> mostRecentPopupAdvertisementImpressionDateForAdvertisements(

@@ -1,0 +1,149 @@
+// One app event over a held answer of n advertisements with one to three triggers each and warm
+// statistics: the time the calling thread is held, and the time until the last display request of
+// the walk reaches the main loop.
+
+#include <benchmark/benchmark.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <chrono>
+#include <string>
+#include <vector>
+
+#include "iam/manager/ZTInAppMarketingManager.h"
+#include "iam/platform/InMemoryPreferencesStore.h"
+#include "iam/platform/LogBridge.h"
+#include "iam/platform/ZTDispatchTools.h"
+#include "iam/platform/ZTSettings.h"
+#include "iam/service/AdvertisementsResponseParser.h"
+
+namespace {
+
+using namespace iam;
+using nlohmann::json;
+using Clock = std::chrono::steady_clock;
+
+constexpr const char* kEvent = "screen-0";
+
+// Interstitials with triggers spread over ten screens (so about a fifth of them listen to the
+// event), and at the end an interstitial preload that always fires on it. (Review questions would
+// add their validity rule's log line, written whatever the info switch says, for every one held
+// back.)
+json answer(int count) {
+  json ads = json::array();
+  for (int i = 0; i < count; ++i) {
+    const bool last = i == count - 1;
+    const std::string id = "advertisement-" + std::to_string(i);
+    json triggers = json::array();
+    for (int t = 0; t <= i % 3; ++t)
+      triggers.push_back({{"id", id + "-" + std::to_string(t)},
+                          {"key", last ? kEvent : "screen-" + std::to_string((i + 3 * t) % 10)},
+                          {"thresholdCount", 1}});
+    ads.push_back({{"id", id}, {"lifecycle", json::object()}, {"display", {{"id", last ? 15 : 14}}},
+                   {"okAction", {{"id", 0}}}, {"dataSource", {{"id", 1}}}, {"state", {{"id", 1}}},
+                   {"ignoreGlobalMinimumPopupTimeInterval", false},
+                   {"resources", {{"dfpInterstitialIdentifier", "/1/x"}}}, {"triggers", triggers}});
+  }
+  return {{"advertisements", ads}, {"appConfig", {{"minimumPopupImpressionTimeInterval", 300}}}};
+}
+
+// Takes every request and notes when the preload at the end arrives; shows nothing, so the
+// statistics stay as they are apart from the trigger counts.
+struct Host : ZTInAppMarketingManagerAdvertisementHandlerDelegate {
+  bool shouldHandleAdvertisementConfiguration(const AdvertisementConfigurationData&, ZTInAppMarketingManager&) override {
+    return false;
+  }
+  void handleAdvertisementConfiguration(const AdvertisementConfigurationData& request, ZTInAppMarketingManager&,
+                                        WillShowCompletion) override {
+    if (request.advertisement()->displayType() == ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload)
+      arrived = Clock::now();
+  }
+  std::optional<Clock::time_point> arrived;
+};
+
+// The manager over the answer of `count` advertisements with warm statistics: every trigger fired
+// once, and with `recentImpressions` an impression on every advertisement just now (popup spacing
+// then holds the interstitials back), otherwise none (the first listening one is shown).
+std::shared_ptr<ZTInAppMarketingManager> warmManager(int count, bool recentImpressions,
+                                                     const std::shared_ptr<Host>& host) {
+  LogBridge::setSink([](const LogRecord&) {});
+  PreferencesStore::setStandard(std::make_shared<InMemoryPreferencesStore>());
+  auto response = AdvertisementsResponseParser().parse(answer(count).dump(), OspreyServiceContentInfo::contentInfoCreatedNow(),
+                                                       std::string("\"etag\""));
+  ZTSettings::saveArchivableObject(*response, ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey);
+  auto manager = ZTInAppMarketingManager::create();
+  manager->setAdvertisementHandlerDelegate(host);
+  manager->setActive(true);
+  for (const auto& ad : manager->advertisements().value_or(AdvertisementList{})) {
+    auto record = manager->getAdvertisementStatsByAdvertisementId(ad->advertisementId());
+    if (recentImpressions) record->handleImpression();
+    for (const auto& trigger : ad->triggers()) record->handleTriggerFired(*trigger);
+  }
+  for (int key = 0; key < 10; ++key) manager->statsHelper().handleAppEventWithKey("screen-" + std::to_string(key));
+  ZTDispatchTools::settleForTesting();
+  manager->statsHelper().waitUntilSavesAreFinished();
+  return manager;
+}
+
+void dropManager(std::shared_ptr<ZTInAppMarketingManager> manager) {
+  ZTInAppMarketingManager::resetSharedInstanceForTesting();
+  manager.reset();
+  ZTDispatchTools::settleForTesting();
+  PreferencesStore::setStandard(nullptr);
+}
+
+// Arguments: the number of advertisements, and 1 for recent impressions. The calling thread's
+// time is given as median and 90th percentile: on a busy machine the worker that the event wakes
+// may take the caller's core now and then.
+void BM_AppEvent(benchmark::State& state) {
+  const int count = static_cast<int>(state.range(0));
+  auto host = std::make_shared<Host>();
+  auto manager = warmManager(count, state.range(1) == 1, host);
+  std::vector<double> calling;
+  for (auto _ : state) {
+    host->arrived.reset();
+    const auto start = Clock::now();
+    manager->handleAppEvent(kEvent);
+    const auto returned = Clock::now();
+    RunLoop::main().runUntil([&] { return host->arrived.has_value(); }, 10);
+    if (!host->arrived) {
+      state.SkipWithError("the preload was not requested");
+      break;
+    }
+    state.SetIterationTime(std::chrono::duration<double>(*host->arrived - start).count());
+    calling.push_back(std::chrono::duration<double, std::nano>(returned - start).count());
+    state.PauseTiming();
+    ZTDispatchTools::settleForTesting();
+    manager->statsHelper().waitUntilSavesAreFinished();  // a save must not eat into the next event
+    state.ResumeTiming();
+  }
+  std::sort(calling.begin(), calling.end());
+  if (!calling.empty()) {
+    state.counters["callingMedianNs"] = calling[calling.size() / 2];
+    state.counters["callingP90Ns"] = calling[calling.size() * 9 / 10];
+  }
+  dropManager(std::move(manager));
+}
+
+// The advertisement rules alone over every advertisement, as the walk asks them first for each: the
+// floor of the walk's time per advertisement.
+void BM_AdvertisementRulesPerWalk(benchmark::State& state) {
+  auto manager = warmManager(static_cast<int>(state.range(0)), true, std::make_shared<Host>());
+  const auto ads = manager->advertisements().value_or(AdvertisementList{});
+  for (auto _ : state) {
+    for (const auto& ad : ads) benchmark::DoNotOptimize(manager->isAdvertisementValid(ad));
+  }
+  state.counters["perAd"] = benchmark::Counter(static_cast<double>(ads.size()),
+                                               benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
+  dropManager(std::move(manager));
+}
+
+BENCHMARK(BM_AppEvent)
+    ->ArgsProduct({{10, 100, 1000}, {0, 1}})
+    ->UseManualTime()
+    ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_AdvertisementRulesPerWalk)->Arg(1000)->Unit(benchmark::kMicrosecond);
+
+}  // namespace
+
+BENCHMARK_MAIN();

@@ -1,0 +1,100 @@
+#include "manager/ManagerFixture.h"
+
+namespace iam {
+namespace {
+
+using Ids = std::vector<std::string>;
+Ids one(const std::string& s) { return s.empty() ? Ids{} : Ids{s}; }
+
+TEST_F(AppEventTest, OneOrdinaryPerEventEveryPreloadAndABusyPresenterOrSwitchHoldsThemBack) {
+  start({ad("p1", kPreload, {{"triggers", {on("p1t", "ev")}}}),
+         ad("x", kInterstitial, {{"triggers", {on("xt", "ev")}}, {"lifecycle", kExpired}}),
+         ad("a", kInterstitial, {{"triggers", {on("a0", "ev", {{"maxFireCount", 0}}), on("a1", "ev"), on("a2", "o")}}}),
+         ad("b", kInterstitial, {{"triggers", {on("bt", "ev")}}}), ad("p2", kPreload, {{"triggers", {on("p2t", "ev")}}}),
+         ad("r", 16)});
+  EXPECT_EQ(fire("ev"), (Ids{"p1", "a", "p2"}));
+  EXPECT_EQ(fired("a", "a0") + fired("a", "a2") + fired("b", "bt") + fired("x", "xt"), 0);
+  EXPECT_EQ(stats("a")->numberOfImpressions(), 1);
+  // A review question waiting for its delay keeps the presenter busy: preloads only.
+  manager_->showReviewWithAdvertisement(manager_->getAdvertisementByAdvertisementId("r"), 100);
+  EXPECT_EQ(fire("ev"), (Ids{"p1", "p2"}));
+  env_.advance(100);
+  EXPECT_EQ(platform_.reviewRequests(), 1u);
+  EXPECT_EQ(fire("ev"), (Ids{"p1", "a", "p2"}));
+  manager_->disableInterstitials();
+  EXPECT_EQ(fire("ev"), Ids{});
+  manager_->forceShowOfAdvertisement(manager_->getAdvertisementByAdvertisementId("b"));
+  EXPECT_EQ(host_->shown, Ids{"b"});
+  manager_->setActive(false);
+  fire("ev");
+  EXPECT_EQ((std::vector<std::int64_t>{events("ev"), fired("p1", "p1t"), fired("a", "a1"), stats("b")->numberOfImpressions()}),
+            (std::vector<std::int64_t>{4, 3, 2, 0}));
+}
+
+TEST_F(AppEventTest, ALaunchAfterAnUpdateCountsAsAppUpdatedOnly) {
+  start(json::array({ad("u", kPreload, {{"triggers", {on("ut", "System - app updated")}}})}));
+  Bundle::mainBundle().setInfoDictionaryValue("CFBundleShortVersionString", "1.0");
+  manager_->storage()->setLastVersion("0.9");
+  EXPECT_EQ(fire("appToForeground"), Ids{"u"});
+  EXPECT_EQ(events("System - app updated") * 10 + events("appToForeground"), 10);
+}
+
+TEST_F(AppEventTest, TapsOpenByActionTypeAndAreAlwaysCounted) {
+  const json app = {{"id", "app"}, {"storeUrl", "https://s/app"}, {"reviewUrl", "https://s/r?id=1"}};
+  const auto click = ZTIAMAdvertisementEventTypeClick;
+  const struct {
+    int okAction, display;
+    std::string linked;
+    ZTIAMAdvertisementEventType type;
+    std::string opened, shown, warned;
+  } rows[] = {{1, 16, "", click, "https://s/app", "", ""},
+              {3, 16, "", click, "https://s/r?id=1&action=write-review", "", ""},
+              {1, kPreload, "", click, "", "", ""},
+              {0, 16, "", click, "", "", "IAM: Invalid click action."},
+              {2, 16, "old", click, "", "old still", "IAM: Linked advertisement with id 'old' is not valid but will be shown."},
+              {2, kInterstitial, "gone", click, "", "", "IAM: Could not find linked advertisement with id 'gone'"},
+              {2, 16, "", click, "", "", ""},
+              {2, 16, "old", ZTIAMAdvertisementEventTypeDismiss, "", "", ""},
+              {3, 16, "", ZTIAMAdvertisementEventTypePostpone, "", "", ""}};
+  json list = {ad("old", kInterstitial, {{"lifecycle", kExpired}})};
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    json action = {{"id", rows[i].okAction}, {"advertisementId", rows[i].linked}};
+    list.push_back(ad(std::to_string(i), rows[i].display, {{"okAction", action}, {"advertisedApp", app}}));
+  }
+  start(list);
+  for (std::size_t i = 0; i < std::size(rows); ++i) {
+    host_->shown.clear();
+    env_.log().clear();
+    const auto before = platform_.application().openedURLs().size();
+    const auto ad = manager_->getAdvertisementByAdvertisementId(std::to_string(i));
+    manager_->handleAdvertisementEvent(ZTIAMAdvertisementEventFactory::createEventWithType(rows[i].type, ad, nullptr, nullptr),
+                                       nullptr, nullptr);
+    auto opened = platform_.application().openedURLs();
+    opened.erase(opened.begin(), opened.begin() + static_cast<std::ptrdiff_t>(before));
+    auto warned = env_.log().messages(LogLevel::Warning);
+    for (auto& error : env_.log().messages(LogLevel::Error)) warned.push_back(error);
+    EXPECT_EQ(std::tie(opened, host_->shown, warned), std::tuple(one(rows[i].opened), one(rows[i].shown), one(rows[i].warned))) << i;
+    const auto s = stats(ad->advertisementId());
+    EXPECT_EQ(s->numberOfClicks() + s->numberOfDismisses() + s->numberOfPostpones(), 1) << i;
+  }
+}
+
+TEST_F(AppEventTest, TargetsBySpaceComeFromValidAdvertisementsOnly) {
+  auto targets = [](Ids keys, json more = json::object()) {
+    for (std::size_t i = 0; i < keys.size(); ++i) more["targets"].push_back({{"id", std::to_string(i)}, {"key", keys[i]}});
+    return more;
+  };
+  start({ad("a", 16, targets({"s", "t"})), ad("b", 16, targets({"s", "s"})), ad("old", 16, targets({"s"}, {{"lifecycle", kExpired}}))});
+  const auto expired = manager_->getAdvertisementByAdvertisementId("old");
+  EXPECT_EQ(manager_->getTargetsBySpaceKey("t").members().at(0)->advertisement()->advertisementId(), "a");
+  for (const bool active : {true, false}) {
+    manager_->setActive(active);
+    EXPECT_EQ(manager_->getTargetsBySpaceKey("s").size(), active ? 3u : 0u);
+    EXPECT_EQ(manager_->getTargetsBySpaceKey("s", expired, true).size(), active ? 1u : 0u);
+    EXPECT_EQ(manager_->getTargetsBySpaceKey("s", expired, false).size() + manager_->getTargetsBySpaceKey("").size() +
+                  manager_->getTargetsBySpaceKey("S").size(), 0u);
+  }
+}
+
+}  // namespace
+}  // namespace iam
