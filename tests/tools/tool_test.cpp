@@ -93,6 +93,7 @@ TEST(IamLint, RefusesWhatIsNoReadableAnswerWithExitTwo) {
   // The okAction id is one the library stops the program on; lint must refuse it rather than die.
   const std::pair<const char*, const char*> cases[] = {
       {"", "not valid JSON"},
+      {"{\"advertisements\": [],\n  oops}", "(line 2, column 3)"},
       {R"({"advertisements": []})", "appConfig: missing (answer dropped)"},
       {R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0}, "advertisements": [{"okAction":
           {"id": 9223372036854775807}}]})", "advertisements[0].okAction.id: the library stops"}};

@@ -1,3 +1,4 @@
+#include <nlohmann/json.hpp>
 #include <simdjson.h>
 
 #include <charconv>
@@ -255,6 +256,23 @@ int lintRanked(const std::string& file, simdjson::dom::element root, std::ostrea
   return report(items, rest, "ranked apps", out);
 }
 
+// simdjson does not say where the text breaks; an author needs the line and column.
+std::string whereJsonBreaks(const std::string& text) {
+  try {
+    [[maybe_unused]] const auto parsed = nlohmann::json::parse(text);
+  } catch (const nlohmann::json::parse_error& e) {
+    std::size_t line = 1;
+    std::size_t column = 1;
+    for (std::size_t i = 0; i + 1 < e.byte && i < text.size(); ++i) {
+      column = text[i] == '\n' ? 1 : column + 1;
+      line += text[i] == '\n';
+    }
+    return " (line " + std::to_string(line) + ", column " + std::to_string(column) + ")";
+  } catch (...) {
+  }
+  return "";
+}
+
 }  // namespace
 
 int runLint(const LintOptions& options, std::ostream& out, std::ostream& err) {
@@ -271,7 +289,8 @@ int runLint(const LintOptions& options, std::ostream& out, std::ostream& err) {
   simdjson::dom::parser parser;
   simdjson::dom::element root;
   if (auto error = parser.parse(padded).get(root); error != simdjson::SUCCESS) {
-    err << "iam lint: " << options.file << ": not valid JSON: " << simdjson::error_message(error) << "\n";
+    err << "iam lint: " << options.file << ": not valid JSON: " << simdjson::error_message(error)
+        << whereJsonBreaks(text.str()) << "\n";
     return 2;
   }
   return options.ranked ? lintRanked(options.file, root, out, err) : lintAdvertisements(options.file, root, out, err);

@@ -103,7 +103,8 @@ int runStats(const StatsOptions& options, std::ostream& out, std::ostream& err) 
   PreferencesStore::setStandard(previous);
 
   if (options.json)
-    out << stats.dump() << "\n";
+    // Keys read back from a damaged file may not be UTF-8; print them rather than fail.
+    out << stats.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace) << "\n";
   else
     printText(stats, out);
   return 0;

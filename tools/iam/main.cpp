@@ -42,6 +42,10 @@ int run(int argc, char** argv) {
   iam::tool::SimulateOptions simulate;
   auto* simulateCommand = app.add_subcommand(
       "simulate", "Play a user journey against a campaign on a virtual clock and print every decision.");
+  simulateCommand->footer(
+      "Journey steps, one JSON object per line: {\"launch\": \"1.0\"}, {\"background\": true}, "
+      "{\"foreground\": true}, {\"event\": \"KEY\"}, {\"wait\": SECONDS}, {\"tap\": \"ok\"|\"dismiss\"|\"postpone\"}, "
+      "{\"purchase\": \"adFree\"}, {\"targets\": \"SPACE\"}, {\"campaign\": \"FILE\"}, {\"refresh\": true}.");
   simulateCommand->add_option("--campaign", simulate.campaign, "advertisements answer (JSON) to serve")->required();
   simulateCommand->add_option("--ranked", simulate.ranked, "native quality network answer (JSON) to serve");
   simulateCommand->add_option("--journey", simulate.journey, "the journey, one JSON step per line")->required();
@@ -53,6 +57,7 @@ int run(int argc, char** argv) {
   iam::tool::StatsOptions stats;
   auto* statsCommand =
       app.add_subcommand("stats", "Show the statistics and cached answers kept in a preferences file.");
+  statsCommand->footer("Writes nothing to the preferences. Exit status 2 when the file is missing or not one.");
   statsCommand->add_option("--prefs", stats.prefs, "the SQLite preferences file")->required();
   statsCommand->add_flag("--json", stats.json, "print one JSON object");
 
