@@ -23,6 +23,7 @@
 #include "iam/service/NativeQualityNetworkResponseParser.h"
 #include "iam/stats/ZTIAMAdvertisementStats.h"
 #include "iam/validity/ZTIAMAdvertisementValidityHelper.h"
+#include "tools/iam/AnswerChecks.h"
 #include "tools/iam/Commands.h"
 #include "tools/iam/IsoDate.h"
 
@@ -68,23 +69,6 @@ std::map<std::size_t, Entries> takeEntriesByElement(Entries& entries, std::strin
   }
   entries = std::move(rest);
   return byElement;
-}
-
-// The advertisement parser stops the program on these ids (their mapping overflows); lint refuses
-// the file instead. Answers the path of the first one.
-std::optional<std::string> idTheLibraryStopsOn(simdjson::dom::element root) {
-  simdjson::dom::array list;
-  if (root["advertisements"].get(list) != simdjson::SUCCESS) return std::nullopt;
-  std::size_t index = 0;
-  for (auto element : list) {
-    const std::string path = "advertisements[" + std::to_string(index++) + "]";
-    std::int64_t id = 0;
-    if (element["okAction"]["id"].get(id) == simdjson::SUCCESS && id == std::numeric_limits<std::int64_t>::max())
-      return path + ".okAction.id";
-    if (element["dataSource"]["id"].get(id) == simdjson::SUCCESS && id == std::numeric_limits<std::int64_t>::min())
-      return path + ".dataSource.id";
-  }
-  return std::nullopt;
 }
 
 // Runs the advertisement rules with a statistics record that has seen nothing, at the advertisement's

@@ -37,7 +37,9 @@
 #include "iam/service/IAMWebService.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
+#include "tools/iam/AnswerChecks.h"
 #include "tools/iam/Commands.h"
+#include "tools/iam/IsoDate.h"
 #include "tools/iam/StatsJson.h"
 #include "tools/refservice/ReferenceMarketingService.h"
 
@@ -127,53 +129,10 @@ std::optional<std::string> whyNotServable(const std::string& path) {
   simdjson::padded_string bytes;
   if (simdjson::padded_string::load(path).get(bytes) != simdjson::SUCCESS) return "cannot read " + path;
   simdjson::dom::parser parser;
-  simdjson::dom::array list;
   simdjson::dom::element root;
-  if (parser.parse(bytes).get(root) != simdjson::SUCCESS || root["advertisements"].get(list) != simdjson::SUCCESS)
-    return std::nullopt;
-  std::size_t index = 0;
-  for (auto element : list) {
-    std::int64_t id = 0;
-    const std::string at = path + ": advertisements[" + std::to_string(index++) + "]";
-    if (element["okAction"]["id"].get(id) == simdjson::SUCCESS && id == std::numeric_limits<std::int64_t>::max())
-      return at + ".okAction.id: the library stops the program on this id";
-    if (element["dataSource"]["id"].get(id) == simdjson::SUCCESS && id == std::numeric_limits<std::int64_t>::min())
-      return at + ".dataSource.id: the library stops the program on this id";
-  }
+  if (parser.parse(bytes).get(root) != simdjson::SUCCESS) return std::nullopt;
+  if (auto id = idTheLibraryStopsOn(root)) return path + ": " + *id + ": the library stops the program on this id";
   return std::nullopt;
-}
-
-std::optional<Date> parseIso8601(const std::string& text) {
-  std::tm tm{};
-  int consumed = 0;
-  if (std::sscanf(text.c_str(), "%4d-%2d-%2dT%2d:%2d:%2d%n", &tm.tm_year, &tm.tm_mon, &tm.tm_mday, &tm.tm_hour,
-                  &tm.tm_min, &tm.tm_sec, &consumed) != 6)
-    return std::nullopt;
-  std::string_view rest = std::string_view(text).substr(static_cast<std::size_t>(consumed));
-  double fraction = 0;
-  if (!rest.empty() && rest[0] == '.') {
-    std::size_t digits = 1;
-    for (double scale = 0.1; digits < rest.size() && rest[digits] >= '0' && rest[digits] <= '9'; ++digits, scale /= 10)
-      fraction += (rest[digits] - '0') * scale;
-    if (digits == 1) return std::nullopt;
-    rest.remove_prefix(digits);
-  }
-  long offset = 0;
-  if (rest == "Z") {
-  } else if (rest.size() == 6 && (rest[0] == '+' || rest[0] == '-') && rest[3] == ':') {
-    int hours = 0, minutes = 0;
-    if (std::sscanf(std::string(rest.substr(1)).c_str(), "%2d:%2d", &hours, &minutes) != 2) return std::nullopt;
-    offset = (rest[0] == '-' ? -1 : 1) * (hours * 3600L + minutes * 60L);
-  } else {
-    return std::nullopt;
-  }
-  if (tm.tm_mon < 1 || tm.tm_mon > 12 || tm.tm_mday < 1 || tm.tm_mday > 31 || tm.tm_hour > 23 || tm.tm_min > 59 ||
-      tm.tm_sec > 60)
-    return std::nullopt;
-  tm.tm_year -= 1900;
-  tm.tm_mon -= 1;
-  const std::time_t seconds = timegm(&tm);
-  return dateWithTimeIntervalSince1970(static_cast<double>(seconds - offset) + fraction);
 }
 
 std::string shortDisplayTypeName(ZTIAMAdvertisementDisplayType type) {
@@ -625,7 +584,7 @@ struct TemporaryPreferences {
 }  // namespace
 
 int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream& err) {
-  const auto start = parseIso8601(options.start);
+  const auto start = parseIsoDate(options.start);
   if (!start) {
     err << "iam simulate: --start " << options.start << " is not an ISO-8601 date and time\n";
     return 2;
