@@ -7,6 +7,7 @@ packages=(
   libsimdjson-dev libmsgpack-cxx-dev nlohmann-json3-dev libcurl4-openssl-dev
   libsqlite3-dev libfmt-dev libcpp-httplib-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev
+  clang-14 libclang-rt-14-dev
 )
 
 missing=()

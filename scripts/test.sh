@@ -1,6 +1,6 @@
 #!/usr/bin/env bash
 # Installs what is missing, then builds and runs every test: plain, ASan+UBSan, and the
-# concurrency tests under TSan.
+# concurrency tests under TSan, then a few seconds of each fuzz target.
 set -euo pipefail
 cd "$(dirname "$0")/.."
 
@@ -22,4 +22,6 @@ run_preset debug
 run_preset asan-ubsan
 export TSAN_OPTIONS="halt_on_error=1 second_deadlock_stack=1"
 run_preset tsan
+echo "=== fuzz: a short run of each target"
+scripts/fuzz.sh 5
 echo "=== all tests passed"
