@@ -1,11 +1,10 @@
 #include "iam/model/AdvertisementParser.h"
 
 #include <algorithm>
-#include <cstdio>
-#include <cstdlib>
 #include <limits>
 
 #include "iam/model/internal/JsonFields.h"
+#include "iam/platform/LogBridge.h"
 
 namespace iam {
 
@@ -13,11 +12,17 @@ namespace {
 
 constexpr std::string_view kDropped = "advertisement dropped";
 
-// The id mappings are checked arithmetic; an overflow is a programming-level fault of the answer
-// that the mapping refuses to wrap around.
-[[noreturn]] void overflow(std::string_view what) {
-  std::fprintf(stderr, "Fatal error: arithmetic overflow mapping %.*s\n", static_cast<int>(what.size()), what.data());
-  std::abort();
+constexpr std::string_view kLogFile = "InAppMarketing/_AdvertisementParser";
+
+// An id whose mapping would wrap around costs only its advertisement: the value comes from the
+// network, and stopping the program on it would crash every user of the app on each refresh.
+void rejectOverflowingId(std::string_view id, const ZTIAMParseContext& context, std::string_view member,
+                         std::int64_t value) {
+  LogBridge::error(fmt::format("IAM: Advertisement '{}' dropped: its {}.id {} cannot be mapped.", id, member, value),
+                   kLogFile, __LINE__, "parseAdvertisement");
+  if (context.isReporting()) {
+    context.member(member).member("id").report(fmt::format("{} overflows when mapped ({})", value, kDropped));
+  }
 }
 
 // JSON display ids 14 and 15 are crossed on purpose: the service's 14 is the interstitial shown at
@@ -166,9 +171,15 @@ std::shared_ptr<Advertisement> AdvertisementParser::parseAdvertisement(const sim
 
   // 4. The service counts actions from 0 (NoAction) and data sources from 1.
   std::int64_t okActionType = 0;
-  if (__builtin_add_overflow(*okActionId, 1, &okActionType)) overflow("okAction.id");
+  if (__builtin_add_overflow(*okActionId, 1, &okActionType)) {
+    rejectOverflowingId(*id, context, "okAction", *okActionId);
+    return nullptr;
+  }
   std::int64_t dataSourceType = 0;
-  if (__builtin_sub_overflow(*dataSourceId, 1, &dataSourceType)) overflow("dataSource.id");
+  if (__builtin_sub_overflow(*dataSourceId, 1, &dataSourceType)) {
+    rejectOverflowingId(*id, context, "dataSource", *dataSourceId);
+    return nullptr;
+  }
 
   auto ad = std::make_shared<Advertisement>(std::string(*id));
   ad->setDisplayType(*displayType);

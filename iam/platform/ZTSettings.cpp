@@ -3,6 +3,7 @@
 #include <mutex>
 
 #include "iam/platform/LogBridge.h"
+#include "iam/platform/internal/SaturatingCount.h"
 
 namespace iam {
 namespace {
@@ -33,7 +34,7 @@ std::int64_t ZTSettings::runCount() {
 std::int64_t ZTSettings::incrementRunCount() {
   std::lock_guard lock(runCountMutex());
   auto store = PreferencesStore::standard();
-  const std::int64_t count = readRunCount(*store) + 1;
+  const std::int64_t count = oneMore(readRunCount(*store));
   KeyedArchiver archiver;
   archiver.writeInteger(count);
   if (!store->setData(archiver.takeData(), kRunCountKey)) {

@@ -4,6 +4,7 @@
 #include "iam/platform/KeyedUnarchiver.h"
 #include "iam/platform/Localization.h"
 #include "iam/platform/PreferencesStore.h"
+#include "iam/platform/internal/SaturatingCount.h"
 
 namespace iam {
 namespace {
@@ -77,7 +78,7 @@ ZTPopupPresentResult PaidVersionInstalledAlertController::presentPopup() {
   presenting->presentViewController(alert_, true, [weak] {
     // Counted only once the alert is on screen: an offer the conductor never showed is no showing.
     if (!weak.lock()) return;
-    writeShowCount(readShowCount() + 1);
+    writeShowCount(oneMore(readShowCount()));
   });
   return ZTPopupPresentResultPresented;
 }

@@ -4,6 +4,7 @@
 
 #include "iam/platform/Clock.h"
 #include "iam/stats/internal/LegacyBox.h"
+#include "iam/platform/internal/SaturatingCount.h"
 
 namespace iam {
 
@@ -104,28 +105,28 @@ std::optional<Date> ZTIAMAdvertisementStats::mostRecentPostponeDate() const {
 
 void ZTIAMAdvertisementStats::handleImpression() {
   std::lock_guard lock(fieldsMutex());
-  ++numberOfImpressions_;
+  countOneMore(numberOfImpressions_);
   mostRecentImpressionDate_ = Clock::currentDate();
   changed();
 }
 
 void ZTIAMAdvertisementStats::handleClick() {
   std::lock_guard lock(fieldsMutex());
-  ++numberOfClicks_;
+  countOneMore(numberOfClicks_);
   mostRecentClickDate_ = Clock::currentDate();
   changed();
 }
 
 void ZTIAMAdvertisementStats::handleDismiss() {
   std::lock_guard lock(fieldsMutex());
-  ++numberOfDismisses_;
+  countOneMore(numberOfDismisses_);
   mostRecentDismissDate_ = Clock::currentDate();
   changed();
 }
 
 void ZTIAMAdvertisementStats::handlePostpone() {
   std::lock_guard lock(fieldsMutex());
-  ++numberOfPostpones_;
+  countOneMore(numberOfPostpones_);
   mostRecentPostponeDate_ = Clock::currentDate();
   changed();
 }

@@ -4,6 +4,7 @@
 
 #include "iam/platform/Clock.h"
 #include "iam/stats/internal/LegacyBox.h"
+#include "iam/platform/internal/SaturatingCount.h"
 
 namespace iam {
 
@@ -35,7 +36,7 @@ std::optional<Date> ZTIAMAdvertisementTriggerStats::mostRecentOccurrence() const
 
 void ZTIAMAdvertisementTriggerStats::incrementCount() {
   std::lock_guard lock(fieldsMutex());
-  ++count_;
+  countOneMore(count_);
   mostRecentOccurrence_ = Clock::currentDate();
   fieldsDidChange();
 }

@@ -4,6 +4,7 @@
 
 #include "iam/platform/Clock.h"
 #include "iam/stats/internal/LegacyBox.h"
+#include "iam/platform/internal/SaturatingCount.h"
 
 namespace iam {
 
@@ -41,7 +42,7 @@ std::optional<Date> ZTIAMAppEventStats::mostRecentOccurrence() const {
 
 void ZTIAMAppEventStats::incrementCount() {
   std::lock_guard lock(fieldsMutex());
-  ++count_;
+  countOneMore(count_);
   mostRecentOccurrence_ = Clock::currentDate();
   fieldsDidChange();
 }

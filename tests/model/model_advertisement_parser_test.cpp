@@ -6,6 +6,7 @@
 
 #include "iam/model/AdvertisementParser.h"
 #include "model/model_test_support.h"
+#include "testing/CapturingLogSink.h"
 
 namespace iam {
 namespace {
@@ -262,17 +263,27 @@ TEST(AdvertisementParserTest, DiagnosticsNameThePathAndTheReason) {
   EXPECT_EQ(invalid.entries()[0].path, "advertisedApp.storeUrl");
 }
 
-TEST(AdvertisementParserDeathTest, MappedIdOverflowStopsTheProgram) {
-  GTEST_FLAG_SET(death_test_style, "threadsafe");
-  const auto maxAction = with(validAdvertisement(), "/okAction/id", std::numeric_limits<std::int64_t>::max());
-  EXPECT_DEATH(parse(maxAction), "overflow");
-  const auto minSource = with(validAdvertisement(), "/dataSource/id", std::numeric_limits<std::int64_t>::min());
-  EXPECT_DEATH(parse(minSource), "overflow");
+// An id from the network whose mapping would wrap around costs that advertisement only, with an
+// error line and a report; the process goes on.
+TEST(AdvertisementParserTest, MappedIdOverflowDropsTheAdvertisement) {
+  testing::CapturingLogSink log;
+  ZTIAMCollectingParseDiagnostics diagnostics;
+  EXPECT_EQ(parse(with(validAdvertisement(), "/okAction/id", std::numeric_limits<std::int64_t>::max()), &diagnostics),
+            nullptr);
+  EXPECT_EQ(parse(with(validAdvertisement(), "/dataSource/id", std::numeric_limits<std::int64_t>::min()), &diagnostics),
+            nullptr);
+  EXPECT_EQ(diagnostics.lines(),
+            (std::vector<std::string>{"okAction.id: 9223372036854775807 overflows when mapped (advertisement dropped)",
+                                      "dataSource.id: -9223372036854775808 overflows when mapped (advertisement dropped)"}));
+  const auto errors = log.messages(LogLevel::Error);
+  ASSERT_EQ(errors.size(), 2u);
+  EXPECT_EQ(errors[0], "IAM: Advertisement 'ad-1' dropped: its okAction.id 9223372036854775807 cannot be mapped.");
   // The other ends are fine.
   EXPECT_EQ(parse(with(validAdvertisement(), "/okAction/id", std::numeric_limits<std::int64_t>::min())), nullptr);
   auto max = parse(with(validAdvertisement(), "/dataSource/id", std::numeric_limits<std::int64_t>::max()));
   ASSERT_TRUE(max);
   EXPECT_EQ(max->dataSourceType(), std::numeric_limits<std::int64_t>::max() - 1);
+  EXPECT_EQ(log.messages(LogLevel::Error).size(), 2u);
 }
 
 }  // namespace

@@ -1,6 +1,8 @@
 #include "iam/platform/PreferencesStore.h"
 
 #include <gtest/gtest.h>
+
+#include <limits>
 #include <sqlite3.h>
 
 #include <fstream>
@@ -157,6 +159,11 @@ TEST_F(PreferencesTest, SettingsKeepRecordsMapsAndLaunchesAndReadDamagedValuesAs
   store.setData(bytes("\xc1"), ZTSettings::kRunCountKey);
   EXPECT_EQ(ZTSettings::runCount(), 0);
   EXPECT_EQ(ZTSettings::incrementRunCount(), 1);
+  // One stored at the top of its range stays there.
+  KeyedArchiver top;
+  top.writeInteger(std::numeric_limits<std::int64_t>::max());
+  store.setData(top.takeData(), ZTSettings::kRunCountKey);
+  EXPECT_EQ(ZTSettings::incrementRunCount(), std::numeric_limits<std::int64_t>::max());
 }
 
 }  // namespace

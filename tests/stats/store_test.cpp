@@ -1,5 +1,7 @@
 #include <gtest/gtest.h>
 
+#include <limits>
+#include <map>
 #include <memory>
 #include <mutex>
 #include <random>
@@ -12,6 +14,8 @@
 #include "iam/platform/InMemoryPreferencesStore.h"
 #include "iam/platform/SQLitePreferencesStore.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
+#include "iam/stats/ZTIAMAdvertisementStats.h"
+#include "iam/stats/ZTIAMAdvertisementTriggerStats.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
 #include "platform/ScratchDirectory.h"
 #include "stats/StatsTestSupport.h"
@@ -177,6 +181,51 @@ TEST_F(StatsStoreTest, SavesWriteWhatAFullEncodingGivesAfterRandomEventsResetsAn
     ASSERT_EQ(recording->dataForKey(adKey), adBytes) << "step " << step;
     ASSERT_EQ(recording->dataForKey(eventKey), eventBytes) << "step " << step;
   }
+}
+
+// Counts come back from the file as stored; one already at the top of its range stays there when
+// counted again (a wrap is undefined, and UBSan stops on it), and the next start reads it back.
+TEST_F(StatsStoreTest, CountsLoadedAtTheTopOfTheirRangeSaturate) {
+  constexpr auto kMax = std::numeric_limits<std::int64_t>::max();
+  // An app event record "k" whose count is the largest there is, as another writer stored it.
+  const std::string hex =
+      "df00000001a16b92c712015a5449414d4170704576656e745374617473df00000003a95f6576656e744b6579a16ba65f636f756e74cf7f"
+      "ffffffffffffffd9214e534f626a6563742b5265666c656374696f6e5f6578636c756465644976617273dd00000000";
+  Data appEvents;
+  for (std::size_t i = 0; i < hex.size(); i += 2) appEvents.push_back(std::stoi(hex.substr(i, 2), nullptr, 16));
+  recording->setData(appEvents, eventKey);
+  const std::map<std::string, std::shared_ptr<ZTIAMAdvertisementTriggerStats>> triggers{
+      {"t-1", testing::decodeScripted<ZTIAMAdvertisementTriggerStats>([](KeyedArchiver& c) {
+         c.encodeString("t-1", "_triggerId");
+         c.encodeInteger(kMax, "_count");
+       })}};
+  const std::map<std::string, std::shared_ptr<ZTIAMAdvertisementStats>> ads{
+      {"ad-1", testing::decodeScripted<ZTIAMAdvertisementStats>([&](KeyedArchiver& c) {
+         c.encodeString("ad-1", "_advertisementId");
+         for (auto key : {"_numberOfImpressions", "_numberOfClicks", "_numberOfDismisses", "_numberOfPostpones"})
+           c.encodeInteger(kMax, key);
+         c.encodeObjectMap(triggers, "_triggerStats");
+       })}};
+  recording->setData(KeyedArchiver::archivedDataWithRootDictionary(ads), adKey);
+
+  auto trigger = std::make_shared<AdvertisementTrigger>("t-1", "level");
+  trigger->setAdvertisement(ad);
+  {
+    ZTIAMStatsHelper helper;
+    ASSERT_EQ(helper.getAppEventStatsByEventKey("k")->count(), kMax);
+    helper.handleAppEventWithKey("k");
+    helper.handleAdvertisementImpression(*adEvent);
+    helper.handleAdvertisementClick(*adEvent);
+    helper.handleAdvertisementDismiss(*adEvent);
+    helper.handleAdvertisementPostpone(*adEvent);
+    helper.handleTriggerFired(*trigger);
+  }
+  ZTIAMStatsHelper restarted;
+  const auto record = restarted.getAdvertisementStatsByAdvertisementId("ad-1");
+  EXPECT_EQ((std::vector<std::int64_t>{restarted.getAppEventStatsByEventKey("k")->count(), record->numberOfImpressions(),
+                                       record->numberOfClicks(), record->numberOfDismisses(),
+                                       record->numberOfPostpones(), record->triggerStats().at("t-1")->count()}),
+            std::vector<std::int64_t>(6, kMax));
 }
 
 TEST_F(StatsStoreTest, ResetPersistsEmptyMaps) {

@@ -164,12 +164,14 @@ TEST(IamSimulate, RefusesAJourneyLineWithItsNumber) {
     EXPECT_EQ(run.status, 2) << text;
     EXPECT_NE(run.err.find(dir.file("bad.jsonl") + message), std::string::npos) << text << run.err;
   }
-  // A campaign the library would stop the program on is never served.
-  const auto fatal = write(dir, "fatal.json", R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0},
-    "advertisements": [{"id": "x", "okAction": {"id": 9223372036854775807}}]})");
-  const auto run = simulate(fatal, write(dir, "ok.jsonl", "{\"launch\": \"1.0\"}\n"));
-  EXPECT_EQ(run.status, 2);
-  EXPECT_NE(run.err.find("advertisements[0].okAction.id"), std::string::npos) << run.err;
+  // An id whose mapping overflows is served like any other; the app drops that advertisement.
+  const auto overflowing = write(dir, "overflow.json", R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0},
+    "advertisements": [{"id": "x", "lifecycle": {}, "display": {"id": 16}, "okAction": {"id": 9223372036854775807},
+    "dataSource": {"id": 1}, "state": {"id": 1}, "ignoreGlobalMinimumPopupTimeInterval": false}]})");
+  const auto run = simulate(overflowing, write(dir, "ok.jsonl", "{\"launch\": \"1.0\"}\n"));
+  EXPECT_EQ(run.status, 0) << run.err;
+  EXPECT_NE(run.out.find("IAM: Advertisement 'x' dropped: its okAction.id 9223372036854775807 cannot be mapped."),
+            std::string::npos) << run.out;
 }
 
 // Every corpus file, as a journey and as the service's answer, ends the run with a verdict. Files

@@ -90,13 +90,10 @@ TEST(IamLint, ChecksRankedListsWithTheirOwnParser) {
 
 TEST(IamLint, RefusesWhatIsNoReadableAnswerWithExitTwo) {
   iam::testing::ScratchDirectory dir;
-  // The okAction id is one the library stops the program on; lint must refuse it rather than die.
   const std::pair<const char*, const char*> cases[] = {
       {"", "not valid JSON"},
       {"{\"advertisements\": [],\n  oops}", "(line 2, column 3)"},
-      {R"({"advertisements": []})", "appConfig: missing (answer dropped)"},
-      {R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0}, "advertisements": [{"okAction":
-          {"id": 9223372036854775807}}]})", "advertisements[0].okAction.id: the library stops"}};
+      {R"({"advertisements": []})", "appConfig: missing (answer dropped)"}};
   for (const auto& [text, reason] : cases) {
     writeFile(dir.file("answer.json"), text);
     const auto run = runTool("lint '" + dir.file("answer.json") + "'");
@@ -105,6 +102,17 @@ TEST(IamLint, RefusesWhatIsNoReadableAnswerWithExitTwo) {
   }
   EXPECT_NE(runTool("lint '" + dir.file("missing.json") + "'").output.find("cannot read"), std::string::npos);
   EXPECT_EQ(runTool("lint").status, 2);
+}
+
+TEST(IamLint, DropsAnAdvertisementWhoseIdMappingOverflowsWithExitOne) {
+  iam::testing::ScratchDirectory dir;
+  writeFile(dir.file("answer.json"), R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0}, "advertisements": [
+    {"id": "x", "lifecycle": {}, "display": {"id": 16}, "okAction": {"id": 0}, "state": {"id": 1},
+     "dataSource": {"id": -9223372036854775808}, "ignoreGlobalMinimumPopupTimeInterval": false}]})");
+  const auto run = runTool("lint '" + dir.file("answer.json") + "'");
+  EXPECT_EQ(run.status, 1) << run.output;
+  expectContains(run, {"advertisements[0].dataSource.id: -9223372036854775808 overflows when mapped (advertisement dropped)",
+                       "1 advertisements: 0 kept, 1 dropped"});
 }
 
 // In-process: a crash, an abort or an escaped exception fails the whole program.

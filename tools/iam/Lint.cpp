@@ -23,7 +23,6 @@
 #include "iam/service/NativeQualityNetworkResponseParser.h"
 #include "iam/stats/ZTIAMAdvertisementStats.h"
 #include "iam/validity/ZTIAMAdvertisementValidityHelper.h"
-#include "tools/iam/AnswerChecks.h"
 #include "tools/iam/Commands.h"
 #include "tools/iam/IsoDate.h"
 
@@ -182,9 +181,6 @@ int report(const std::vector<Item>& items, const Entries& rest, const char* noun
 }
 
 int lintAdvertisements(const std::string& file, simdjson::dom::element root, std::ostream& out, std::ostream& err) {
-  if (auto path = idTheLibraryStopsOn(root)) {
-    return refuse(file, *path + ": the library stops the program on this id (its mapping overflows)", {}, err);
-  }
   const Date now = Clock::currentDate();
   const AdvertisementsResponseParser parser;
   ZTIAMCollectingParseDiagnostics diagnostics;

@@ -1,7 +1,6 @@
 #include <unistd.h>
 
 #include <nlohmann/json.hpp>
-#include <simdjson.h>
 
 #include <algorithm>
 #include <chrono>
@@ -37,7 +36,6 @@
 #include "iam/service/IAMWebService.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
-#include "tools/iam/AnswerChecks.h"
 #include "tools/iam/Commands.h"
 #include "tools/iam/IsoDate.h"
 #include "tools/iam/StatsJson.h"
@@ -121,18 +119,6 @@ std::vector<Step> readJourney(std::istream& in, std::size_t& number) {
     launched = launched || steps.back().key == "launch";
   }
   return steps;
-}
-
-// The advertisement parser stops the program on ids whose mapping overflows; such an answer is
-// refused before the service may hand it out. Answers why, or none when the file may be served.
-std::optional<std::string> whyNotServable(const std::string& path) {
-  simdjson::padded_string bytes;
-  if (simdjson::padded_string::load(path).get(bytes) != simdjson::SUCCESS) return "cannot read " + path;
-  simdjson::dom::parser parser;
-  simdjson::dom::element root;
-  if (parser.parse(bytes).get(root) != simdjson::SUCCESS) return std::nullopt;
-  if (auto id = idTheLibraryStopsOn(root)) return path + ": " + *id + ": the library stops the program on this id";
-  return std::nullopt;
 }
 
 std::string shortDisplayTypeName(ZTIAMAdvertisementDisplayType type) {
@@ -346,7 +332,6 @@ class Simulator {
     } else if (key == "campaign") {
       fs::path path = value.get<std::string>();
       if (path.is_relative()) path = journeyFolder / path;
-      if (auto why = whyNotServable(path.string())) throw JourneyError{*why};
       if (!service_.setAnswerFromFile(kAds, path.string())) throw JourneyError{"cannot read " + path.string()};
     } else if (key == "background") {
       application_->setApplicationState(UIApplicationStateBackground);
@@ -604,10 +589,6 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
     return 2;
   }
   ReferenceMarketingService service;
-  if (auto why = whyNotServable(options.campaign)) {
-    err << "iam simulate: " << *why << "\n";
-    return 2;
-  }
   if (!service.setAnswerFromFile(kAds, options.campaign)) {
     err << "iam simulate: cannot read the campaign " << options.campaign << "\n";
     return 2;
