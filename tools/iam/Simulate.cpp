@@ -18,6 +18,7 @@
 #include <vector>
 
 #include "iam/ArchivableClasses.h"
+#include "iam/capi/StatsJson.h"
 #include "iam/manager/ZTInAppMarketingManager.h"
 #include "iam/model/ZTIAMAdvertisementDisplayType.h"
 #include "iam/platform/Application.h"
@@ -40,7 +41,6 @@
 #include "tools/iam/AnswerChecks.h"
 #include "tools/iam/Commands.h"
 #include "tools/iam/IsoDate.h"
-#include "tools/iam/StatsJson.h"
 #include "tools/refservice/ReferenceMarketingService.h"
 
 namespace iam::tool {
