@@ -82,11 +82,13 @@ IAM_API iam_status iam_destroy(iam_manager* manager);
 
 /* While inactive, app events are neither counted nor acted on. Activating fetches the service's data. */
 IAM_API iam_status iam_set_active(iam_manager* manager, int active);
-/* Counts the event and may bring a display request (through the display handler). */
+/* Counts the event and may bring a display request (through the display handler). The impression
+ * of a display request is counted by the library, whoever shows it. */
 IAM_API iam_status iam_app_event(iam_manager* manager, const char* event_key);
 
 typedef enum iam_app_state { IAM_APP_ACTIVE = 0, IAM_APP_INACTIVE = 1, IAM_APP_BACKGROUND = 2 } iam_app_state;
-/* The app's state as the platform reports it; becoming active again is a foreground event. */
+/* The app's state as the platform reports it. On becoming active again, also report the app event
+ * "appToForeground", as at launch. */
 IAM_API iam_status iam_set_application_state(iam_manager* manager, iam_app_state state);
 
 typedef enum iam_reaction {
