@@ -1,5 +1,8 @@
 /* A C99 host: compiled with -std=c99 -Wall -Wextra -Werror, it checks that bad use of the
  * interface gets a status and a reason, and that a manager serves a plain host. */
+#define _POSIX_C_SOURCE 200809L
+#include <pthread.h>
+#include <stdint.h>
 #include <stdio.h>
 #include <stdlib.h>
 #include <string.h>
@@ -26,6 +29,11 @@ static int openUrl(void* context, const char* url) {
   (void)context;
   (void)url;
   return ++opened;
+}
+
+static void* eventOffTheMainThread(void* manager) {
+  const iam_status status = iam_app_event((iam_manager*)manager, "offThread");
+  return (void*)(intptr_t)(status == IAM_ERR_THREAD && iam_last_error()[0] != '\0');
 }
 
 int main(int argc, char** argv) {
@@ -72,6 +80,13 @@ int main(int argc, char** argv) {
   expectFailure(iam_app_event(manager, "over\xC0\xAFlong"), IAM_ERR_ARGUMENT, "an overlong encoding");
   expectFailure(iam_app_event(manager, NULL), IAM_ERR_ARGUMENT, "a null event key");
   expect(iam_app_event(manager, "levelComplete") == IAM_OK, "an event");
+  {
+    pthread_t thread;
+    void* refused = NULL;
+    expect(pthread_create(&thread, NULL, eventOffTheMainThread, manager) == 0 && pthread_join(thread, &refused) == 0 &&
+               refused != NULL,
+           "a call from another thread is refused");
+  }
   expect(iam_last_error()[0] == '\0', "success clears the reason");
   expectFailure(iam_set_application_state(manager, (iam_app_state)7), IAM_ERR_ARGUMENT, "an unknown state");
   expectFailure(iam_report_reaction(manager, "no-such-ad", IAM_REACTION_CLICK), IAM_ERR_STATE, "an unknown advertisement");
