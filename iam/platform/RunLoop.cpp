@@ -56,11 +56,19 @@ RunLoop& RunLoop::main() {
 
 void RunLoop::post(Task task) {
   if (!task) return;
+  std::shared_ptr<const std::function<void()>> wake;
   {
     std::lock_guard lock(mutex_);
     tasks_.push_back(std::move(task));
+    wake = wakeHandler_;
   }
   wake_.notify_all();
+  if (wake) (*wake)();
+}
+
+void RunLoop::setWakeHandler(std::function<void()> handler) {
+  std::lock_guard lock(mutex_);
+  wakeHandler_ = handler ? std::make_shared<const std::function<void()>>(std::move(handler)) : nullptr;
 }
 
 void RunLoop::noteMainThread() {
@@ -219,13 +227,16 @@ std::optional<Date> RunLoop::nextTimerFireDate() const {
 }
 
 void RunLoop::schedule(const std::shared_ptr<Timer>& timer) {
+  std::shared_ptr<const std::function<void()>> wake;
   {
     std::lock_guard lock(mutex_);
     std::lock_guard timerLock(timer->mutex_);
     if (!timer->valid_) return;
     timers_.emplace(std::make_pair(timer->fireDate_, timerSequence_++), timer);
+    wake = wakeHandler_;
   }
   wake_.notify_all();
+  if (wake) (*wake)();
 }
 
 void RunLoop::unschedule(const Timer* timer) {

@@ -28,6 +28,9 @@ class RunLoop {
 
   // Thread-safe.
   void post(Task task);
+  // Called, on the posting thread, after every post and newly scheduled timer: a host that runs its
+  // own main loop uses it to schedule a run of this one. None removes it. Thread-safe.
+  void setWakeHandler(std::function<void()> handler);
 
   // Runs ready tasks and due timers until none is left; returns how many ran. Does not wait.
   std::size_t runUntilIdle();
@@ -69,6 +72,7 @@ class RunLoop {
   std::uint64_t timerSequence_ = 0;                                  // guarded by mutex_
   bool quit_ = false;                                                // guarded by mutex_
   std::thread::id mainThread_;                                       // guarded by mutex_
+  std::shared_ptr<const std::function<void()>> wakeHandler_;         // guarded by mutex_
 };
 
 // A one-shot or repeating timer on the main run loop. It stays scheduled while valid: the loop

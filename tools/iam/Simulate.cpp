@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "iam/ArchivableClasses.h"
+#include "iam/capi/StatsJson.h"
 #include "iam/manager/ZTInAppMarketingManager.h"
 #include "iam/model/ZTIAMAdvertisementDisplayType.h"
 #include "iam/platform/Application.h"
@@ -38,7 +39,6 @@
 #include "iam/stats/ZTIAMStatsHelper.h"
 #include "tools/iam/Commands.h"
 #include "tools/iam/IsoDate.h"
-#include "tools/iam/StatsJson.h"
 #include "tools/refservice/ReferenceMarketingService.h"
 
 namespace iam::tool {

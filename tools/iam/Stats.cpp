@@ -8,6 +8,7 @@
 #include <string>
 
 #include "iam/ArchivableClasses.h"
+#include "iam/capi/StatsJson.h"
 #include "iam/manager/ZTInAppMarketingManagerLogic.h"
 #include "iam/platform/PreferencesStore.h"
 #include "iam/platform/SQLitePreferencesStore.h"
@@ -17,7 +18,6 @@
 #include "iam/stats/ZTIAMStatsHelper.h"
 #include "tools/iam/Commands.h"
 #include "tools/iam/IsoDate.h"
-#include "tools/iam/StatsJson.h"
 
 namespace iam::tool {
 

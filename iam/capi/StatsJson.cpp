@@ -1,10 +1,10 @@
-#include "tools/iam/StatsJson.h"
+#include "iam/capi/StatsJson.h"
 
 #include <nlohmann/json.hpp>
 
 #include "iam/stats/ZTIAMStatsHelper.h"
 
-namespace iam::tool {
+namespace iam {
 
 nlohmann::json statsToJson(const ZTIAMStatsHelper& stats, std::int64_t launches) {
   auto advertisements = nlohmann::json::object();
@@ -25,4 +25,4 @@ nlohmann::json statsToJson(const ZTIAMStatsHelper& stats, std::int64_t launches)
   return {{"advertisements", std::move(advertisements)}, {"events", std::move(events)}, {"launches", launches}};
 }
 
-}  // namespace iam::tool
+}  // namespace iam
