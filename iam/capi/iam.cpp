@@ -171,7 +171,7 @@ class DisplayHandler final : public ZTInAppMarketingManagerAdvertisementHandlerD
 
  private:
   const std::shared_ptr<Callbacks> callbacks_;
-  iam_display_answer answer_ = IAM_DISPLAY_BY_MANAGER;
+  int answer_ = IAM_DISPLAY_BY_MANAGER;
   std::map<std::string, std::shared_ptr<AdvertisementTriggerType>> lastTrigger_;
 };
 
@@ -375,16 +375,16 @@ iam_status iam_app_event(iam_manager* manager, const char* event_key) {
   });
 }
 
-iam_status iam_set_application_state(iam_manager* manager, iam_app_state state) {
+iam_status iam_set_application_state(iam_manager* manager, int state) {
   return with(manager, [&](Live& current) {
     if (state != IAM_APP_ACTIVE && state != IAM_APP_INACTIVE && state != IAM_APP_BACKGROUND)
-      return fail(IAM_ERR_ARGUMENT, "unknown application state " + std::to_string(static_cast<int>(state)));
+      return fail(IAM_ERR_ARGUMENT, "unknown application state " + std::to_string(state));
     current.application->setApplicationState(static_cast<UIApplicationState>(state));
     return IAM_OK;
   });
 }
 
-iam_status iam_report_reaction(iam_manager* manager, const char* advertisement_id, iam_reaction reaction) {
+iam_status iam_report_reaction(iam_manager* manager, const char* advertisement_id, int reaction) {
   return with(manager, [&](Live& current) {
     iam_status status = IAM_OK;
     if (!checkText(advertisement_id, "advertisement_id", status)) return status;
@@ -392,7 +392,7 @@ iam_status iam_report_reaction(iam_manager* manager, const char* advertisement_i
         ZTIAMAdvertisementEventTypeImpression, ZTIAMAdvertisementEventTypeClick, ZTIAMAdvertisementEventTypeDismiss,
         ZTIAMAdvertisementEventTypePostpone};
     if (reaction < IAM_REACTION_IMPRESSION || reaction > IAM_REACTION_POSTPONE)
-      return fail(IAM_ERR_ARGUMENT, "unknown reaction " + std::to_string(static_cast<int>(reaction)));
+      return fail(IAM_ERR_ARGUMENT, "unknown reaction " + std::to_string(reaction));
     auto advertisement = current.manager->getAdvertisementByAdvertisementId(advertisement_id);
     if (!advertisement) return fail(IAM_ERR_STATE, std::string("no advertisement ") + advertisement_id);
     auto trigger = current.handler->lastTriggerOf(advertisement_id);

@@ -26,6 +26,7 @@
  *   `iam_status`; on anything but IAM_OK, `iam_last_error` holds a text saying why.
  * - Handles. One manager exists at a time. A destroyed handle stays recognised: calls with it
  *   return IAM_ERR_DESTROYED and do nothing, so a late call after `iam_destroy` is harmless.
+ * - Enumerations cross as `int`, so that a value this version does not know is refused, not undefined.
  * - Structs passed in start with `size`, set to `sizeof` the struct the host was compiled with, so
  *   that later versions can add fields at the end without breaking old hosts.
  */
@@ -89,7 +90,7 @@ IAM_API iam_status iam_app_event(iam_manager* manager, const char* event_key);
 typedef enum iam_app_state { IAM_APP_ACTIVE = 0, IAM_APP_INACTIVE = 1, IAM_APP_BACKGROUND = 2 } iam_app_state;
 /* The app's state as the platform reports it. On becoming active again, also report the app event
  * "appToForeground", as at launch. */
-IAM_API iam_status iam_set_application_state(iam_manager* manager, iam_app_state state);
+IAM_API iam_status iam_set_application_state(iam_manager* manager, int state /* iam_app_state */);
 
 typedef enum iam_reaction {
   IAM_REACTION_IMPRESSION = 0,
@@ -100,7 +101,7 @@ typedef enum iam_reaction {
 /* The user's reaction to an advertisement the host shows. A click opens what the advertisement
  * links to (through the open URL callback). IAM_ERR_STATE when the manager holds no such
  * advertisement. */
-IAM_API iam_status iam_report_reaction(iam_manager* manager, const char* advertisement_id, iam_reaction reaction);
+IAM_API iam_status iam_report_reaction(iam_manager* manager, const char* advertisement_id, int reaction /* iam_reaction */);
 
 /* The targets of a space as JSON text, [{"advertisement": id, "target": id}, ...]; "[]" while
  * inactive. The caller frees *out_json with iam_string_free. */
@@ -133,7 +134,8 @@ typedef enum iam_display_answer {
   IAM_DISPLAY_HOST_WILL_SHOW = 1, /* the host shows it (report the impression when it does) */
   IAM_DISPLAY_HOST_WONT_SHOW = 2  /* the host takes it but does not show it */
 } iam_display_answer;
-typedef iam_display_answer (*iam_display_fn)(void* context, const iam_display_request* request);
+/* Answers an iam_display_answer; a value it does not name leaves the request to the manager. */
+typedef int (*iam_display_fn)(void* context, const iam_display_request* request);
 /* Without a handler the manager shows every request itself. */
 typedef void (*iam_advertisements_fn)(void* context, size_t advertisement_count);
 typedef void (*iam_configuration_fn)(void* context);

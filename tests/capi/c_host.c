@@ -88,9 +88,9 @@ int main(int argc, char** argv) {
            "a call from another thread is refused");
   }
   expect(iam_last_error()[0] == '\0', "success clears the reason");
-  expectFailure(iam_set_application_state(manager, (iam_app_state)7), IAM_ERR_ARGUMENT, "an unknown state");
+  expectFailure(iam_set_application_state(manager, 7), IAM_ERR_ARGUMENT, "an unknown state");
   expectFailure(iam_report_reaction(manager, "no-such-ad", IAM_REACTION_CLICK), IAM_ERR_STATE, "an unknown advertisement");
-  expectFailure(iam_report_reaction(manager, "x", (iam_reaction)9), IAM_ERR_ARGUMENT, "an unknown reaction");
+  expectFailure(iam_report_reaction(manager, "x", 9), IAM_ERR_ARGUMENT, "an unknown reaction");
   expectFailure(iam_resources_json(manager, "no-such-ad", &json), IAM_ERR_STATE, "resources of an unknown advertisement");
   expectFailure(iam_targets_json(manager, "feed", NULL), IAM_ERR_ARGUMENT, "no out parameter");
   expect(iam_targets_json(manager, "feed", &json) == IAM_OK && strcmp(json, "[]") == 0, "no targets without data");
