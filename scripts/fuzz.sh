@@ -12,7 +12,9 @@ cxx=${IAM_FUZZ_CXX:-clang++-14}
 
 cmake -S . -B "$build" -DCMAKE_CXX_COMPILER="$cxx" -DCMAKE_BUILD_TYPE=RelWithDebInfo \
   -DIAM_BUILD_FUZZ=ON -DIAM_BUILD_TESTS=OFF -DIAM_BUILD_TOOLS=OFF -DIAM_INSTALL=OFF >/dev/null
-cmake --build "$build" -j "$(nproc)"
+# Only the targets: the shared library cannot link objects built for the fuzzer without its runtime.
+cmake --build "$build" -j "$(nproc)" --target fuzz_make_seeds fuzz_advertisements_answer \
+  fuzz_quality_network_answer fuzz_cached_answer_archive fuzz_stats_map
 
 rm -rf "$build/seeds"
 "$build/fuzz/fuzz_make_seeds" . "$build/seeds"
