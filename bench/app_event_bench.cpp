@@ -80,7 +80,7 @@ std::shared_ptr<ZTInAppMarketingManager> warmManager(int count, bool recentImpre
     for (const auto& trigger : ad->triggers()) record->handleTriggerFired(*trigger);
   }
   for (int key = 0; key < 10; ++key) manager->statsHelper().handleAppEventWithKey("screen-" + std::to_string(key));
-  ZTDispatchTools::settleForTesting();
+  ZTDispatchTools::settle();
   manager->statsHelper().waitUntilSavesAreFinished();
   return manager;
 }
@@ -88,7 +88,7 @@ std::shared_ptr<ZTInAppMarketingManager> warmManager(int count, bool recentImpre
 void dropManager(std::shared_ptr<ZTInAppMarketingManager> manager) {
   ZTInAppMarketingManager::resetSharedInstanceForTesting();
   manager.reset();
-  ZTDispatchTools::settleForTesting();
+  ZTDispatchTools::settle();
   PreferencesStore::setStandard(nullptr);
 }
 
@@ -113,7 +113,7 @@ void BM_AppEvent(benchmark::State& state) {
     state.SetIterationTime(std::chrono::duration<double>(*host->arrived - start).count());
     calling.push_back(std::chrono::duration<double, std::nano>(returned - start).count());
     state.PauseTiming();
-    ZTDispatchTools::settleForTesting();
+    ZTDispatchTools::settle();
     manager->statsHelper().waitUntilSavesAreFinished();  // a save must not eat into the next event
     state.ResumeTiming();
   }

@@ -352,7 +352,7 @@ iam_status iam_destroy(iam_manager* manager) {
     }
     ending->manager.reset();
     // The counted events reach the preferences file before it is closed.
-    ZTDispatchTools::settleForTesting(kSettleTimeout);
+    ZTDispatchTools::settle(kSettleTimeout);
     removeProcessHooks();
     PreferencesStore::setStandard(nullptr);
     return IAM_OK;
@@ -441,7 +441,7 @@ iam_status iam_stats_json(iam_manager* manager, char** out_json) {
     if (!out_json) return fail(IAM_ERR_ARGUMENT, "out_json is null");
     *out_json = nullptr;
     // Events are counted on the background pool; those reported before this call are included.
-    ZTDispatchTools::waitForBackgroundIdleForTesting(kSettleTimeout);
+    ZTDispatchTools::waitForBackgroundIdle(kSettleTimeout);
     *out_json = copyOut(statsToJson(current.manager->statsHelper(), ZTSettings::runCount()).dump());
     return IAM_OK;
   });

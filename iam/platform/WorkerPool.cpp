@@ -99,12 +99,12 @@ void WorkerPool::stopAtExit() {
   for (auto& thread : threads) thread.join();  // a block that ends the process is not waited for
 }
 
-bool WorkerPool::waitForIdleForTesting(TimeInterval timeoutSeconds) {
+bool WorkerPool::waitForIdle(TimeInterval timeoutSeconds) {
   std::unique_lock lock(mutex_);
   return idle_.wait_for(lock, realDuration(timeoutSeconds), [this] { return queue_.empty() && running_ == 0; });
 }
 
-std::uint64_t WorkerPool::finishedCountForTesting() {
+std::uint64_t WorkerPool::finishedCount() {
   std::lock_guard lock(mutex_);
   return finished_;
 }

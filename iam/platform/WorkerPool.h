@@ -27,9 +27,9 @@ class WorkerPool {
   void submit(Block block);
 
   // Blocks until nothing is queued or running (false when the timeout passes first).
-  bool waitForIdleForTesting(TimeInterval timeoutSeconds);
+  bool waitForIdle(TimeInterval timeoutSeconds);
   // Blocks finished so far; tells a settling test whether anything happened between two looks.
-  std::uint64_t finishedCountForTesting();
+  std::uint64_t finishedCount();
 
  private:
   WorkerPool() = default;

@@ -27,23 +27,23 @@ void ZTDispatchTools::onBackgroundWithBlock(Block block) {
   WorkerPool::shared().submit(std::move(block));
 }
 
-bool ZTDispatchTools::waitForBackgroundIdleForTesting(TimeInterval timeoutSeconds) {
-  return WorkerPool::shared().waitForIdleForTesting(timeoutSeconds);
+bool ZTDispatchTools::waitForBackgroundIdle(TimeInterval timeoutSeconds) {
+  return WorkerPool::shared().waitForIdle(timeoutSeconds);
 }
 
-bool ZTDispatchTools::settleForTesting(TimeInterval timeoutSeconds) {
+bool ZTDispatchTools::settle(TimeInterval timeoutSeconds) {
   const auto deadline = std::chrono::steady_clock::now() + realDuration(timeoutSeconds);
   auto& background = WorkerPool::shared();
   // Work on one side can start work on the other; quiet means neither side did anything for two
   // rounds in a row.
   int quietRounds = 0;
-  std::uint64_t finished = background.finishedCountForTesting();
+  std::uint64_t finished = background.finishedCount();
   while (quietRounds < 2) {
     const auto now = std::chrono::steady_clock::now();
     if (now >= deadline) return false;
-    if (!background.waitForIdleForTesting(std::chrono::duration<double>(deadline - now).count())) return false;
+    if (!background.waitForIdle(std::chrono::duration<double>(deadline - now).count())) return false;
     const std::size_t ran = RunLoop::main().runUntilIdle();
-    const std::uint64_t finishedNow = background.finishedCountForTesting();
+    const std::uint64_t finishedNow = background.finishedCount();
     if (ran == 0 && finishedNow == finished) {
       ++quietRounds;
     } else {

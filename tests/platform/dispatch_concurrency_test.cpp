@@ -40,7 +40,7 @@ TEST_F(DispatchTest, WorkHopsBetweenThePoolAndTheMainLoopAndSettlingRunsChainsTo
     }
   };
   ZTDispatchTools::onBackgroundWithBlock(hop);
-  EXPECT_TRUE(ZTDispatchTools::settleForTesting());
+  EXPECT_TRUE(ZTDispatchTools::settle());
   EXPECT_EQ(depth.load(), 12);
   EXPECT_EQ(offMainHops.load(), 6);  // odd depths ran on the pool, even ones on the main loop
   EXPECT_EQ(RunLoop::main().runUntilIdle(), 0u);
@@ -72,8 +72,8 @@ TEST_F(DispatchTest, PostsFromSeveralThreadsRunExactlyOnceInEachThreadsOrder) {
 TEST_F(DispatchTest, WaitingForThePoolTimesOutWhileWorkRunsAndBlocksThatThrowAreLogged) {
   std::atomic<bool> release{false};
   ZTDispatchTools::onBackgroundWithBlock([&] { release.wait(false); });
-  EXPECT_FALSE(ZTDispatchTools::waitForBackgroundIdleForTesting(0.05));
-  EXPECT_FALSE(ZTDispatchTools::settleForTesting(0.05));
+  EXPECT_FALSE(ZTDispatchTools::waitForBackgroundIdle(0.05));
+  EXPECT_FALSE(ZTDispatchTools::settle(0.05));
   release = true;
   release.notify_all();
   std::atomic<int> after{0};

@@ -17,7 +17,7 @@ TestEnvironment::TestEnvironment(Date start)
 }
 
 TestEnvironment::~TestEnvironment() {
-  EXPECT_TRUE(ZTDispatchTools::settleForTesting()) << "background work still running when the test ended";
+  EXPECT_TRUE(ZTDispatchTools::settle()) << "background work still running when the test ended";
   InfoLogSwitch::setLogInfoEnabled(false);
   PreferencesStore::setStandard(nullptr);
   Clock::setCurrent(nullptr);
@@ -25,7 +25,7 @@ TestEnvironment::~TestEnvironment() {
 }
 
 void TestEnvironment::settle() {
-  ASSERT_TRUE(ZTDispatchTools::settleForTesting()) << "background work did not settle";
+  ASSERT_TRUE(ZTDispatchTools::settle()) << "background work did not settle";
 }
 
 void TestEnvironment::advance(TimeInterval seconds) {

@@ -425,7 +425,7 @@ class Simulator {
     manager_->removeDelegate(observer_);
     ZTInAppMarketingManager::resetSharedInstanceForTesting();
     manager_.reset();
-    ZTDispatchTools::settleForTesting(kSettleTimeout);
+    ZTDispatchTools::settle(kSettleTimeout);
   }
 
   void tap(const json& value) {
@@ -486,7 +486,7 @@ class Simulator {
   // Runs the main loop, the background work and the requests in flight to completion.
   void settle() {
     for (int round = 0; round < 1000; ++round) {
-      if (!ZTDispatchTools::settleForTesting(kSettleTimeout)) throw std::runtime_error("background work did not finish");
+      if (!ZTDispatchTools::settle(kSettleTimeout)) throw std::runtime_error("background work did not finish");
       if (!manager_) return;
       noteFinishedRequests();
       gate_.publish(advertisementsInFlight());
