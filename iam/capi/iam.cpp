@@ -498,6 +498,17 @@ iam_status iam_set_open_url_handler(iam_manager* manager, iam_open_url_fn handle
   return setCallback(manager, &Callbacks::openUrl, handler, context, "handler");
 }
 
+iam_status iam_allow_url_scheme(iam_manager* manager, const char* scheme) {
+  return with(manager, [scheme](Live& current) {
+    iam_status status = IAM_OK;
+    if (!checkText(scheme, "scheme", status)) return status;
+    if (!current.manager->allowURLScheme(scheme)) {
+      return fail(IAM_ERR_ARGUMENT, std::string("not a URL scheme name: ") + scheme);
+    }
+    return IAM_OK;
+  });
+}
+
 iam_status iam_set_review_handler(iam_manager* manager, iam_review_fn handler, void* context) {
   return setCallback(manager, &Callbacks::review, handler, context, "handler");
 }

@@ -70,7 +70,8 @@ IAM_API void iam_string_free(char* text);
 typedef struct iam_config {
   size_t size;                  /* sizeof(iam_config) */
   const char* preferences_path; /* the file holding statistics and cached answers; required */
-  const char* base_url;         /* the marketing service, e.g. "https://iam.example.com"; required */
+  const char* base_url;         /* the marketing service, e.g. "https://iam.example.com"; required.
+                                 * Plain http only reaches 127.0.0.0/8, ::1 and localhost. */
   const char* service_key;      /* null: the built-in key; another key than the built-in one is refused */
   const char* app_version;      /* the app's version as users see it; null keeps the bundle's */
 } iam_config;
@@ -151,6 +152,10 @@ IAM_API iam_status iam_set_display_handler(iam_manager* manager, iam_display_fn 
 IAM_API iam_status iam_set_advertisements_observer(iam_manager* manager, iam_advertisements_fn observer, void* context);
 IAM_API iam_status iam_set_configuration_observer(iam_manager* manager, iam_configuration_fn observer, void* context);
 IAM_API iam_status iam_set_open_url_handler(iam_manager* manager, iam_open_url_fn handler, void* context);
+/* Links from the service are opened only for "https", the store schemes ("itms-apps", "itms-appss",
+ * "market") and the schemes allowed here (the app's own, e.g. "myapp"); others are refused with a
+ * warning. Case does not matter. IAM_ERR_ARGUMENT for a text that is not a scheme name. */
+IAM_API iam_status iam_allow_url_scheme(iam_manager* manager, const char* scheme);
 IAM_API iam_status iam_set_review_handler(iam_manager* manager, iam_review_fn handler, void* context);
 IAM_API iam_status iam_set_log_sink(iam_manager* manager, iam_log_fn sink, void* context);
 IAM_API iam_status iam_clear_callbacks(iam_manager* manager);

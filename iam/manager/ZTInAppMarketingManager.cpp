@@ -43,12 +43,38 @@ bool isInterstitial(ZTIAMAdvertisementDisplayType type) {
   return type == ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload || type == ZTIAMAdvertisementDisplayTypeDfpInterstitial;
 }
 
-// Opens `text` through the running app; `function` names the caller in the log.
-void openURLString(const std::string& text, const char* function) {
+bool isSchemeCharacter(char c, bool first) {
+  const bool letter = (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z');
+  return letter || (!first && ((c >= '0' && c <= '9') || c == '+' || c == '-' || c == '.'));
+}
+
+// The scheme as the text itself spells it, in lower case; empty when it does not start with one.
+// Read from the text rather than from a parser, so that the check sees exactly what is opened.
+std::string schemeOf(std::string_view text) {
+  const auto colon = text.find(':');
+  if (colon == 0 || colon == std::string_view::npos) return {};
+  std::string scheme;
+  for (std::size_t i = 0; i < colon; ++i) {
+    if (!isSchemeCharacter(text[i], i == 0)) return {};
+    scheme.push_back(static_cast<char>(text[i] >= 'A' && text[i] <= 'Z' ? text[i] - 'A' + 'a' : text[i]));
+  }
+  return scheme;
+}
+
+// Opens `text` through the running app if its scheme is allowed; `function` names the caller in
+// the log. A link from the service could otherwise run script in a browser or reach local files.
+void openURLString(const std::string& text, const std::set<std::string, std::less<>>& allowedSchemes,
+                   const char* function) {
   auto url = URL::URLWithString(text);
   if (!url) {
     LogBridge::error(fmt::format("IAM: Could not create url from string: {}", text), ZTInAppMarketingManager::kLogFile,
                      __LINE__, function);
+    return;
+  }
+  const auto scheme = schemeOf(text);
+  if (!allowedSchemes.contains(scheme)) {
+    LogBridge::warning(fmt::format("IAM: Not opening url, its scheme '{}' is not allowed: {}", scheme, text),
+                       ZTInAppMarketingManager::kLogFile, __LINE__, function);
     return;
   }
   Application::shared()->open(*url);
@@ -326,7 +352,7 @@ void ZTInAppMarketingManager::handleAdvertisementOpenStore(const std::shared_ptr
     LogBridge::warning("IAM: Advertisement has no app store url", kLogFile, __LINE__, kFunction);
     return;
   }
-  openURLString(*storeUrl, kFunction);
+  openURLString(*storeUrl, allowedURLSchemes_, kFunction);
 }
 
 void ZTInAppMarketingManager::handleAdvertisementOpenReview(
@@ -342,7 +368,15 @@ void ZTInAppMarketingManager::handleAdvertisementOpenReview(
     return;
   }
   // The review address already carries its query.
-  openURLString(*reviewUrl + "&action=write-review", kFunction);
+  openURLString(*reviewUrl + "&action=write-review", allowedURLSchemes_, kFunction);
+}
+
+bool ZTInAppMarketingManager::allowURLScheme(std::string_view scheme) {
+  if (scheme.find(':') != std::string_view::npos) return false;
+  auto lower = schemeOf(std::string(scheme) + ":");
+  if (lower.empty()) return false;
+  allowedURLSchemes_.insert(std::move(lower));
+  return true;
 }
 
 void ZTInAppMarketingManager::processOpenAdClick(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,

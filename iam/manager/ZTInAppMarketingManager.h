@@ -1,5 +1,6 @@
 #pragma once
 
+#include <functional>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -126,6 +127,12 @@ class ZTInAppMarketingManager : public ZTInAppMarketingManagerLogic {
   virtual void handleAdvertisementOpenReview(const std::shared_ptr<ZTIAMAdvertisementEventInterface>& event,
                                              const std::shared_ptr<View>& sourceView,
                                              const std::shared_ptr<ViewController>& sourceViewController);
+  // Links from the service are opened only for allowed schemes: "https" and the store schemes
+  // ("itms-apps", "itms-appss", "market") from the start, plus the app's own schemes added here.
+  // Any other link is refused with a warning; the tap is still counted. Schemes compare without
+  // regard to case. False (nothing added) when `scheme` is not a scheme name. Main thread.
+  bool allowURLScheme(std::string_view scheme);
+
   // Presents over the top presented screen of the key window, after `delay` seconds.
   void showReviewWithAdvertisement(const std::shared_ptr<AdvertisementType>& advertisement, double delay);
 
@@ -158,6 +165,8 @@ class ZTInAppMarketingManager : public ZTInAppMarketingManagerLogic {
   std::set<ZTIAMAdvertisementDisplayType> disabledDisplayTypes_;  // guarded by disabledDisplayTypesMutex_
   std::shared_ptr<ZTAnalyticsManager> analyticsManager_;
   std::weak_ptr<ZTInAppMarketingManagerAdvertisementHandlerDelegate> advertisementHandlerDelegate_;
+  // Main thread. Lower case.
+  std::set<std::string, std::less<>> allowedURLSchemes_{"https", "itms-apps", "itms-appss", "market"};
 };
 
 }  // namespace iam

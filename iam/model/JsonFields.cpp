@@ -4,6 +4,8 @@
 #include <cstring>
 #include <memory>
 
+#include "iam/net/HttpRequestConfig.h"
+
 namespace iam::json {
 
 namespace {
@@ -71,7 +73,16 @@ bool withParsedText(std::string_view text, const ZTIAMParseContext& context, std
   sharedParserInUse = true;
 
   const auto padded = buffer->copy(text);
+  constexpr std::size_t kDepth = HttpRequestConfig::kMaximumJsonDepth;
+  if (parser->max_depth() != kDepth && parser->allocate(std::max<std::size_t>(text.size(), 1), kDepth)) {
+    if (context.isReporting()) context.report(fmt::format("could not be read: out of memory ({})", consequence));
+    return false;
+  }
   auto root = parser->parse(padded.data(), padded.size(), /*realloc_if_needed=*/false);
+  if (root.error() == simdjson::DEPTH_ERROR) {
+    if (context.isReporting()) context.report(fmt::format("nested deeper than {} levels ({})", kDepth, consequence));
+    return false;
+  }
   if (root.error()) {
     if (context.isReporting()) {
       context.report(fmt::format("not valid JSON: {} ({})", simdjson::error_message(root.error()), consequence));

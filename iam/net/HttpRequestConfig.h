@@ -15,6 +15,8 @@ class HttpRequestConfig {
   static constexpr TimeInterval kDefaultTimeoutInterval = 30;
   // Answers are small JSON documents; anything larger is refused rather than buffered.
   static constexpr std::size_t kDefaultMaximumBodySize = 4 * 1024 * 1024;
+  // Answers nest a handful of levels; anything deeper is refused before a parser walks it.
+  static constexpr std::size_t kMaximumJsonDepth = 64;
 
   // Seconds for the whole request, connection included. Zero, negative or not a number gives
   // the default, so that no request can wait for ever.

@@ -12,12 +12,16 @@
 #include <system_error>
 #include <cstdlib>
 
+#include <arpa/inet.h>
+#include <netinet/in.h>
+
 #include <simdjson.h>
 
 #include "iam/Version.h"
 #include "iam/net/OspreyServiceContentInfo.h"
 #include "iam/platform/Clock.h"
 #include "iam/platform/Thread.h"
+#include "iam/platform/URL.h"
 #include "iam/platform/ZTDispatchTools.h"
 #include "iam/net/internal/ZTCancelledFlag.h"
 
@@ -34,6 +38,7 @@ struct Transfer {
   curl_slist* headerList = nullptr;
   std::string body;
   std::optional<std::string> etag;
+  bool loopback = false;
   bool oversized = false;
   char errorBuffer[CURL_ERROR_SIZE] = {};
 
@@ -99,6 +104,18 @@ size_t onHeader(char* data, size_t size, size_t count, void* user) {
     }
   }
   return line.size();
+}
+
+// 127.0.0.0/8, ::1 and "localhost": the only hosts reached without TLS.
+bool isLoopbackHost(std::string_view host) {
+  if (host.size() > 2 && host.front() == '[' && host.back() == ']') {
+    in6_addr address{};
+    const std::string inner(host.substr(1, host.size() - 2));
+    return inet_pton(AF_INET6, inner.c_str(), &address) == 1 && IN6_IS_ADDR_LOOPBACK(&address);
+  }
+  in_addr address{};
+  if (inet_pton(AF_INET, std::string(host).c_str(), &address) == 1) return (ntohl(address.s_addr) >> 24) == 127;
+  return equalsIgnoringCase(host, "localhost");
 }
 
 long timeoutMilliseconds(TimeInterval seconds) {
@@ -222,6 +239,19 @@ std::shared_ptr<RequestTicketType> OspreyTransport::start(OspreyTransferSpec spe
   auto ticket = transfer->ticket;
   impl.runningCount.fetch_add(1);
 
+  // Answers carry the links the app opens, so they travel unverified only on this machine: plain
+  // http elsewhere is refused, and certificates are always checked (see `begin`).
+  const auto url = URL::URLWithString(transfer->spec.url);
+  const std::string host = url ? url->host() : std::string();
+  transfer->loopback = isLoopbackHost(host);
+  if (url && url->scheme() == "http" && !transfer->loopback) {
+    impl.deliver(std::move(transfer), OspreyServiceRequestResult::failure(fmt::format(
+                                          "plain http is only allowed to this machine (127.0.0.0/8, ::1, localhost), "
+                                          "not to {}; use https",
+                                          host)));
+    return ticket;
+  }
+
   bool startedThread = false;
   {
     std::lock_guard lock(impl.mutex);
@@ -341,7 +371,7 @@ bool OspreyTransport::Impl::begin(Transfer& t) {
   const long timeout = timeoutMilliseconds(t.spec.timeoutInterval);
   const auto bodySize = static_cast<curl_off_t>(t.spec.body ? t.spec.body->size() : 0);
   bool ok = curl_easy_setopt(t.easy, CURLOPT_URL, t.spec.url.c_str()) == CURLE_OK &&
-            curl_easy_setopt(t.easy, CURLOPT_PROTOCOLS_STR, "http,https") == CURLE_OK &&
+            curl_easy_setopt(t.easy, CURLOPT_PROTOCOLS_STR, t.loopback ? "http,https" : "https") == CURLE_OK &&
             curl_easy_setopt(t.easy, CURLOPT_PRIVATE, &t) == CURLE_OK &&
             curl_easy_setopt(t.easy, CURLOPT_ERRORBUFFER, t.errorBuffer) == CURLE_OK &&
             curl_easy_setopt(t.easy, CURLOPT_NOSIGNAL, 1L) == CURLE_OK &&
@@ -399,7 +429,16 @@ void OspreyTransport::Impl::complete(std::unique_ptr<Transfer> transfer, CURLcod
   std::optional<std::string> note;
   try {
     transfer->body.reserve(transfer->body.size() + simdjson::SIMDJSON_PADDING);
-    if (const auto error = parser.parse(transfer->body).get(root)) {
+    auto error = parser.max_depth() == HttpRequestConfig::kMaximumJsonDepth
+                     ? simdjson::SUCCESS
+                     : parser.allocate(transfer->body.size(), HttpRequestConfig::kMaximumJsonDepth);
+    if (!error) error = parser.parse(transfer->body).get(root);
+    if (error == simdjson::DEPTH_ERROR) {
+      return deliver(std::move(transfer), OspreyServiceRequestResult::failure(fmt::format(
+                                              "the service's answer is nested deeper than {} levels",
+                                              HttpRequestConfig::kMaximumJsonDepth)));
+    }
+    if (error) {
       return deliver(std::move(transfer),
                      OspreyServiceRequestResult::failure(fmt::format("the service's answer is not valid JSON ({})",
                                                                      simdjson::error_message(error))));

@@ -75,6 +75,9 @@ int main(int argc, char** argv) {
   expectFailure(iam_set_display_handler(manager, NULL, NULL), IAM_ERR_ARGUMENT, "a null display handler");
   expectFailure(iam_set_log_sink(manager, NULL, NULL), IAM_ERR_ARGUMENT, "a null log sink");
   expect(iam_set_open_url_handler(manager, openUrl, NULL) == IAM_OK, "an open URL handler");
+  expect(iam_allow_url_scheme(manager, "MyApp") == IAM_OK, "the app's own scheme");
+  expectFailure(iam_allow_url_scheme(manager, "myapp://"), IAM_ERR_ARGUMENT, "a scheme with its separator");
+  expectFailure(iam_allow_url_scheme(manager, NULL), IAM_ERR_ARGUMENT, "a null scheme");
   expect(iam_set_active(manager, 1) == IAM_OK, "activates");
   expectFailure(iam_app_event(manager, "bad \xC3\x28 key"), IAM_ERR_ARGUMENT, "an event key that is not UTF-8");
   expectFailure(iam_app_event(manager, "over\xC0\xAFlong"), IAM_ERR_ARGUMENT, "an overlong encoding");

@@ -39,15 +39,23 @@ TEST_F(AppEventTest, ALaunchAfterAnUpdateCountsAsAppUpdatedOnly) {
   EXPECT_EQ(events("System - app updated") * 10 + events("appToForeground"), 10);
 }
 
-TEST_F(AppEventTest, TapsOpenByActionTypeAndAreAlwaysCounted) {
-  const json app = {{"id", "app"}, {"storeUrl", "https://s/app"}, {"reviewUrl", "https://s/r?id=1"}};
+TEST_F(AppEventTest, TapsOpenByActionTypeOnlyAllowedSchemesAndAreAlwaysCounted) {
   const auto click = ZTIAMAdvertisementEventTypeClick;
+  const std::string refused = "IAM: Not opening url, its scheme ";
   const struct {
     int okAction, display;
     std::string linked;
     ZTIAMAdvertisementEventType type;
-    std::string opened, shown, warned;
+    std::string opened, shown, warned, store = "https://s/app";
   } rows[] = {{1, 16, "", click, "https://s/app", "", ""},
+              {1, 16, "", click, "", "", refused + "'javascript' is not allowed: javascript://x/%0aalert(1)", "javascript://x/%0aalert(1)"},
+              {1, 16, "", click, "", "", refused + "'file' is not allowed: file:///etc/passwd", "file:///etc/passwd"},
+              {1, 16, "", click, "", "", refused + "'http' is not allowed: http://s/app", "http://s/app"},
+              {1, 16, "", click, "", "", refused + "'intent' is not allowed: Intent://x", "Intent://x"},
+              {1, 16, "", click, "HTTPS://S/app", "", "", "HTTPS://S/app"},
+              {1, 16, "", click, "MyApp2://open", "", "", "MyApp2://open"},
+              {1, 16, "", click, "market://details?id=x", "", "", "market://details?id=x"},
+              {1, 16, "", click, "", "", "IAM: Could not create url from string: javascript:alert(1)", "javascript:alert(1)"},
               {3, 16, "", click, "https://s/r?id=1&action=write-review", "", ""},
               {1, kPreload, "", click, "", "", ""},
               {0, 16, "", click, "", "", "IAM: Invalid click action."},
@@ -59,9 +67,12 @@ TEST_F(AppEventTest, TapsOpenByActionTypeAndAreAlwaysCounted) {
   json list = {ad("old", kInterstitial, {{"lifecycle", kExpired}})};
   for (std::size_t i = 0; i < std::size(rows); ++i) {
     json action = {{"id", rows[i].okAction}, {"advertisementId", rows[i].linked}};
+    const json app = {{"id", "app"}, {"storeUrl", rows[i].store}, {"reviewUrl", "https://s/r?id=1"}};
     list.push_back(ad(std::to_string(i), rows[i].display, {{"okAction", action}, {"advertisedApp", app}}));
   }
   start(list);
+  for (const char* notAScheme : {"", "my app", "myapp:", "2app"}) EXPECT_FALSE(manager_->allowURLScheme(notAScheme));
+  EXPECT_TRUE(manager_->allowURLScheme("myapp2"));
   for (std::size_t i = 0; i < std::size(rows); ++i) {
     host_->shown.clear();
     env_.log().clear();

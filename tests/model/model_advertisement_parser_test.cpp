@@ -257,6 +257,18 @@ TEST(AdvertisementParserTest, DiagnosticsNameThePathAndTheReason) {
                               "advertisedApp.resources.n: is the number 1, not a string or null (resource dropped)",
                               "triggers[1].key: missing (trigger dropped)"}));
 
+  // Too deep is said as such, not as broken JSON. The resource sits 3 levels down; its innermost
+  // value counts as a level.
+  const auto nested = [](int arrays) {
+    json value = 1;
+    for (int i = 0; i < arrays; ++i) value = json::array({value});
+    return with(validAdvertisement(), "/advertisedApp/resources/deep", value);
+  };
+  EXPECT_TRUE(parse(nested(60)));
+  ZTIAMCollectingParseDiagnostics deep;
+  EXPECT_EQ(parse(nested(61), &deep), nullptr);
+  EXPECT_EQ(deep.lines(), std::vector<std::string>{"nested deeper than 64 levels (advertisement dropped)"});
+
   ZTIAMCollectingParseDiagnostics invalid;
   EXPECT_EQ(parse(with(validAdvertisement(), "/advertisedApp/storeUrl", ""), &invalid), nullptr);
   ASSERT_EQ(invalid.entries().size(), 1u);

@@ -142,6 +142,12 @@ TEST_F(TransportTest, EachKindOfAnswerEndsInItsResultAndError) {
     std::string error;  // the start of it; empty for none
     bool notModified = false;
   };
+  // An object `levels` deep, counting its innermost value.
+  const auto nested = [](int levels) {
+    std::string text;
+    for (int i = 1; i < levels; ++i) text += "{\"a\":";
+    return text + "1" + std::string(levels - 1, '}');
+  };
   const std::vector<Case> cases = {
       {304, "", true, Keep, false, "", true},
       {304, "", false, Keep, true, "the service answered with HTTP status 304"},
@@ -153,6 +159,9 @@ TEST_F(TransportTest, EachKindOfAnswerEndsInItsResultAndError) {
       {200, "{\"a\":", false, Keep, true, "the service's answer is not valid JSON"},
       {200, R"({"a":1} x)", false, Keep, true, "the service's answer is not valid JSON"},
       {200, std::string(100'000, '['), false, Keep, true, "the service's answer is not valid JSON"},
+      {200, nested(64), false, Nothing, false, "the service's answer was not understood"},
+      {200, nested(65), false, Keep, true, "the service's answer is nested deeper than 64 levels"},
+      {200, "[" + nested(100'000) + "]", false, Keep, true, "the service's answer is nested deeper than 64 levels"},
       {200, R"({"x":1})", false, Nothing, false, "the service's answer was not understood"},
       {200, R"({"x":1})", false, Throw, true, "reading the service's answer failed (bad)"},
   };
@@ -232,6 +241,21 @@ TEST_F(TransportTest, TimeOutsSayTheConfiguredIntervalAndDoNotHang) {
   ASSERT_TRUE(result);
   EXPECT_TRUE(result->failed());
   EXPECT_EQ(result->error(), "the request timed out after 0.3 seconds");
+}
+
+TEST_F(TransportTest, PlainHttpReachesOnlyThisMachine) {
+  TestHttpServer server([](const httplib::Request&, httplib::Response& response) { response.set_content("{}", "application/json"); });
+  const auto port = server.baseUrl().substr(server.baseUrl().rfind(':'));
+  EXPECT_FALSE(call("http://LocalHost" + port)->failed());
+  // Loopback, but nobody listens there: the request is made.
+  for (const std::string host : {"127.0.0.2", "127.255.0.1", "[::1]"}) {
+    EXPECT_TRUE(call("http://" + host + port)->error().value_or("").starts_with("could not connect")) << host;
+  }
+  for (const std::string host : {"192.0.2.1", "example.invalid", "127.0.0.1.example", "localhost.example", "[::ffff:127.0.0.1]"}) {
+    const auto error = call("http://" + host + port)->error().value_or("");
+    EXPECT_TRUE(error.starts_with("plain http is only allowed to this machine (127.0.0.0/8, ::1, localhost), not to "))
+        << host << ": " << error;
+  }
 }
 
 TEST_F(TransportTest, CancelledRequestsNeverCompleteAndFreeTheTransport) {

@@ -15,6 +15,7 @@
 #include <vector>
 
 #include "iam/model/ZTIAMParseDiagnostics.h"
+#include "iam/net/HttpRequestConfig.h"
 #include "iam/net/OspreyServiceContentInfo.h"
 #include "iam/platform/Clock.h"
 #include "iam/platform/InfoLogSwitch.h"
@@ -266,9 +267,17 @@ int runLint(const LintOptions& options, std::ostream& out, std::ostream& err) {
     }
   }
   const simdjson::padded_string padded(text.str());
+  // The library's own depth limit, so that lint passes nothing the library refuses.
   simdjson::dom::parser parser;
   simdjson::dom::element root;
-  if (auto error = parser.parse(padded).get(root); error != simdjson::SUCCESS) {
+  auto error = parser.allocate(padded.size(), HttpRequestConfig::kMaximumJsonDepth);
+  if (!error) error = parser.parse(padded).get(root);
+  if (error == simdjson::DEPTH_ERROR) {
+    err << "iam lint: " << options.file << ": nested deeper than " << HttpRequestConfig::kMaximumJsonDepth
+        << " levels\n";
+    return 2;
+  }
+  if (error != simdjson::SUCCESS) {
     err << "iam lint: " << options.file << ": not valid JSON: " << simdjson::error_message(error)
         << whereJsonBreaks(text.str()) << "\n";
     return 2;
