@@ -51,7 +51,6 @@ TEST_F(AppEventTest, TapsOpenByActionTypeOnlyAllowedSchemesAndAreAlwaysCounted) 
               {1, 16, "", click, "", "", refused + "'javascript' is not allowed: javascript://x/%0aalert(1)", "javascript://x/%0aalert(1)"},
               {1, 16, "", click, "", "", refused + "'file' is not allowed: file:///etc/passwd", "file:///etc/passwd"},
               {1, 16, "", click, "", "", refused + "'http' is not allowed: http://s/app", "http://s/app"},
-              {1, 16, "", click, "", "", refused + "'intent' is not allowed: Intent://x", "Intent://x"},
               {1, 16, "", click, "HTTPS://S/app", "", "", "HTTPS://S/app"},
               {1, 16, "", click, "MyApp2://open", "", "", "MyApp2://open"},
               {1, 16, "", click, "market://details?id=x", "", "", "market://details?id=x"},

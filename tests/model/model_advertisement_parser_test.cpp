@@ -257,16 +257,13 @@ TEST(AdvertisementParserTest, DiagnosticsNameThePathAndTheReason) {
                               "advertisedApp.resources.n: is the number 1, not a string or null (resource dropped)",
                               "triggers[1].key: missing (trigger dropped)"}));
 
-  // Too deep is said as such, not as broken JSON. The resource sits 3 levels down; its innermost
-  // value counts as a level.
+  // Too deep is said as such, not as broken JSON. The advertisement is level 1, each array one more.
   const auto nested = [](int arrays) {
-    json value = 1;
-    for (int i = 0; i < arrays; ++i) value = json::array({value});
-    return with(validAdvertisement(), "/advertisedApp/resources/deep", value);
+    return json::parse(validAdvertisement().dump().insert(1, "\"deep\":" + std::string(arrays, '[') + std::string(arrays, ']') + ","));
   };
-  EXPECT_TRUE(parse(nested(60)));
+  EXPECT_TRUE(parse(nested(63)));
   ZTIAMCollectingParseDiagnostics deep;
-  EXPECT_EQ(parse(nested(61), &deep), nullptr);
+  EXPECT_EQ(parse(nested(64), &deep), nullptr);
   EXPECT_EQ(deep.lines(), std::vector<std::string>{"nested deeper than 64 levels (advertisement dropped)"});
 
   ZTIAMCollectingParseDiagnostics invalid;

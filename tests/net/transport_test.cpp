@@ -142,12 +142,8 @@ TEST_F(TransportTest, EachKindOfAnswerEndsInItsResultAndError) {
     std::string error;  // the start of it; empty for none
     bool notModified = false;
   };
-  // An object `levels` deep, counting its innermost value.
-  const auto nested = [](int levels) {
-    std::string text;
-    for (int i = 1; i < levels; ++i) text += "{\"a\":";
-    return text + "1" + std::string(levels - 1, '}');
-  };
+  // An object holding arrays, `levels` deep in all.
+  const auto nested = [](int levels) { return "{\"a\":" + std::string(levels - 1, '[') + std::string(levels - 1, ']') + "}"; };
   const std::vector<Case> cases = {
       {304, "", true, Keep, false, "", true},
       {304, "", false, Keep, true, "the service answered with HTTP status 304"},
@@ -161,7 +157,6 @@ TEST_F(TransportTest, EachKindOfAnswerEndsInItsResultAndError) {
       {200, std::string(100'000, '['), false, Keep, true, "the service's answer is not valid JSON"},
       {200, nested(64), false, Nothing, false, "the service's answer was not understood"},
       {200, nested(65), false, Keep, true, "the service's answer is nested deeper than 64 levels"},
-      {200, "[" + nested(100'000) + "]", false, Keep, true, "the service's answer is nested deeper than 64 levels"},
       {200, R"({"x":1})", false, Nothing, false, "the service's answer was not understood"},
       {200, R"({"x":1})", false, Throw, true, "reading the service's answer failed (bad)"},
   };
@@ -245,16 +240,14 @@ TEST_F(TransportTest, TimeOutsSayTheConfiguredIntervalAndDoNotHang) {
 
 TEST_F(TransportTest, PlainHttpReachesOnlyThisMachine) {
   TestHttpServer server([](const httplib::Request&, httplib::Response& response) { response.set_content("{}", "application/json"); });
-  const auto port = server.baseUrl().substr(server.baseUrl().rfind(':'));
-  EXPECT_FALSE(call("http://LocalHost" + port)->failed());
-  // Loopback, but nobody listens there: the request is made.
-  for (const std::string host : {"127.0.0.2", "127.255.0.1", "[::1]"}) {
-    EXPECT_TRUE(call("http://" + host + port)->error().value_or("").starts_with("could not connect")) << host;
-  }
-  for (const std::string host : {"192.0.2.1", "example.invalid", "127.0.0.1.example", "localhost.example", "[::ffff:127.0.0.1]"}) {
-    const auto error = call("http://" + host + port)->error().value_or("");
-    EXPECT_TRUE(error.starts_with("plain http is only allowed to this machine (127.0.0.0/8, ::1, localhost), not to "))
-        << host << ": " << error;
+  const std::string port = server.baseUrl().substr(server.baseUrl().rfind(':')), connect = "could not connect",
+                    refused = "plain http is only allowed to this machine (127.0.0.0/8, ::1, localhost), not to ";
+  // Loopback hosts where nobody listens are still tried; the others are refused without trying.
+  for (const auto& [host, error] : std::vector<std::pair<std::string, std::string>>{
+           {"LocalHost", "none"}, {"127.0.0.2", connect}, {"127.255.0.1", connect}, {"[::1]", connect},
+           {"192.0.2.1", refused}, {"example.invalid", refused}, {"127.0.0.1.example", refused},
+           {"localhost.example", refused}, {"[::ffff:127.0.0.1]", refused}}) {
+    EXPECT_TRUE(call("http://" + host + port)->error().value_or("none").starts_with(error)) << host;
   }
 }
 
