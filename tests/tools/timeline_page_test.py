@@ -67,10 +67,10 @@ def chromium(*args):
                            *args], capture_output=True, text=True, timeout=120)
 
 
-def render(name, campaign):
+def render(name, campaign, journey=os.path.join(SOURCE, 'examples/first-week.jsonl')):
     page = os.path.join(WORK, name + '.html')
-    run = subprocess.run([IAM, 'simulate', '--campaign', campaign, '--ranked', os.path.join(SOURCE, 'examples/ranked.json'), '--journey',
-                          os.path.join(SOURCE, 'examples/first-week.jsonl'), '--json', '--html', page],
+    run = subprocess.run([IAM, 'simulate', '--campaign', campaign, '--ranked', os.path.join(SOURCE, 'examples/ranked.json'),
+                          '--journey', journey, '--json', '--html', page],
                          capture_output=True, text=True, timeout=120)
     check(run.returncode == 0, name + ': iam simulate failed: ' + run.stderr)
     lines = [json.loads(line) for line in run.stdout.splitlines()]
@@ -119,36 +119,57 @@ def compare_stats(name, lines, dom):
           name + ': statistics table %s %s %s differs from %s' % (advertisements, events, launches, stats))
 
 
-os.makedirs(WORK, exist_ok=True)
-page, lines, dom = render('first-week', os.path.join(SOURCE, 'examples/campaign.json'))
-check(sum(l['kind'] == 'display' for l in lines) > 5 and any(l['kind'] == 'open' for l in lines),
-      'first-week: the journey no longer shows enough to test')
-compare_marks('first-week', lines, dom)
-compare_stats('first-week', lines, dom)
-screenshot = os.path.join(WORK, 'first-week.png')
-if os.path.exists(screenshot):
-    os.remove(screenshot)
-chromium('--screenshot=' + screenshot, 'file://' + page)
-check(os.path.exists(screenshot) and open(screenshot, 'rb').read(8) == b'\x89PNG\r\n\x1a\n', 'no screenshot')
+def main():
+    os.makedirs(WORK, exist_ok=True)
+    page, lines, dom = render('first-week', os.path.join(SOURCE, 'examples/campaign.json'))
+    check(sum(l['kind'] == 'display' for l in lines) > 5 and any(l['kind'] == 'open' for l in lines),
+          'first-week: the journey no longer shows enough to test')
+    compare_marks('first-week', lines, dom)
+    compare_stats('first-week', lines, dom)
+    screenshot = os.path.join(WORK, 'first-week.png')
+    if os.path.exists(screenshot):
+        os.remove(screenshot)
+    chromium('--screenshot=' + screenshot, 'file://' + page)
+    check(os.path.exists(screenshot) and open(screenshot, 'rb').read(8) == b'\x89PNG\r\n\x1a\n', 'no screenshot')
 
-# Campaign texts holding markup and quotes stay text.
-with open(os.path.join(SOURCE, 'examples/campaign.json')) as f:
-    campaign = json.load(f)
-for advertisement in campaign['advertisements']:
-    if advertisement['id'] == 'level-interstitial':
-        advertisement['id'] = HOSTILE
-        advertisement['triggers'][0]['id'] = HOSTILE
-        advertisement['resources']['dfpInterstitialIdentifier'] = HOSTILE
-with open(os.path.join(WORK, 'hostile.json'), 'w') as f:
-    json.dump(campaign, f)
-page, lines, dom = render('hostile', os.path.join(WORK, 'hostile.json'))
-check(any(l['kind'] == 'display' and l['advertisement'] == HOSTILE for l in lines), 'hostile: never shown')
-check(not dom.find('b'), 'hostile: an advertisement id became markup')
-check([e['text'] for e in dom.find('div', 'name') if e['text'] == HOSTILE] == [HOSTILE], 'hostile: no lane named by it')
-compare_marks('hostile', lines, dom)
-compare_stats('hostile', lines, dom)
+    # Campaign texts holding markup and quotes stay text.
+    with open(os.path.join(SOURCE, 'examples/campaign.json')) as f:
+        campaign = json.load(f)
+    for advertisement in campaign['advertisements']:
+        if advertisement['id'] == 'level-interstitial':
+            advertisement['id'] = HOSTILE
+            advertisement['triggers'][0]['id'] = HOSTILE
+            advertisement['resources']['dfpInterstitialIdentifier'] = HOSTILE
+    with open(os.path.join(WORK, 'hostile.json'), 'w') as f:
+        json.dump(campaign, f)
+    page, lines, dom = render('hostile', os.path.join(WORK, 'hostile.json'))
+    check(any(l['kind'] == 'display' and l['advertisement'] == HOSTILE for l in lines), 'hostile: never shown')
+    check(not dom.find('b'), 'hostile: an advertisement id became markup')
+    check([e['text'] for e in dom.find('div', 'name') if e['text'] == HOSTILE] == [HOSTILE], 'hostile: no lane named by it')
+    compare_marks('hostile', lines, dom)
+    compare_stats('hostile', lines, dom)
 
+    # Ten thousand steps: marks that would overlap are drawn as one, and none is lost.
+    journey = ['{"launch": "1.0"}'] + ['{"event": "levelComplete"}'] * 3 + ['{"tap": "ok"}']
+    while len(journey) < 10000:
+        journey += ['{"event": "levelComplete"}'] * 3 + ['{"tap": "dismiss"}', '{"event": "openShop"}', '{"background": true}',
+                    '{"wait": 1800}', '{"foreground": true}', '{"targets": "newsFeed"}', '{"launch": "1.0"}']
+    with open(os.path.join(WORK, 'long.jsonl'), 'w') as f:
+        f.write('\n'.join(journey[:10000]))
+    page, lines, dom = render('long', os.path.join(SOURCE, 'examples/campaign.json'), os.path.join(WORK, 'long.jsonl'))
+    aggregates = dom.find('div', 'aggregate')
+    check(len(aggregates) > 20 and len(dom.find('div', 'mark')) < 1000, 'long: %d aggregates' % len(aggregates))
+    for kind in ('display', 'fetch', 'review', 'targets', 'tap'):
+        expected = sum(line['kind'] == kind for line in lines) + sum('"tap"' in step for step in journey[:10000]) * (kind == 'tap')
+        seen = len(dom.find('div', 'mark', data_kind=kind)) + sum(int(e.get('data-count-' + kind, 0)) for e in aggregates)
+        check(seen == expected, 'long: %d %s marks for %d' % (seen, kind, expected))
+
+
+try:
+    main()
+except Exception as error:  # a page too broken to read is one more failure, reported with the rest
+    failures.append('the page could not be read: %r' % error)
 for failure in failures:
     print('FAIL:', failure)
-print('timeline page: %d failures; screenshot %s' % (len(failures), screenshot))
+print('timeline page: %d failures; screenshot %s' % (len(failures), os.path.join(WORK, 'first-week.png')))
 sys.exit(1 if failures else 0)
