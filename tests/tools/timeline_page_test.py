@@ -75,7 +75,7 @@ def render(name, campaign, journey=os.path.join(SOURCE, 'examples/first-week.jso
     root = dom.find('html')[0]
     check(root.get('data-rendered') == str(len(lines)), name + ': the page did not finish drawing')
     check('data-script-error' not in root, name + ': script error: ' + str(root.get('data-script-error')))
-    check('Uncaught' not in shown.stderr, name + ': console error in ' + shown.stderr)
+    check('Uncaught' not in shown.stderr, name + ': ' + ' '.join(l for l in shown.stderr.splitlines() if 'Uncaught' in l))
     return page, lines, dom
 
 
