@@ -8,6 +8,7 @@ packages=(
   libsqlite3-dev libfmt-dev libcpp-httplib-dev libcli11-dev
   libgtest-dev libgmock-dev libbenchmark-dev
   clang-14 libclang-rt-14-dev
+  chromium  # renders the simulator's timeline page in the tool's browser test
 )
 
 missing=()

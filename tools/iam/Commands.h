@@ -31,6 +31,7 @@ struct SimulateOptions {
   bool json = false;
   std::string start = "2026-01-01T00:00:00Z";
   std::optional<std::string> prefs;  // none: a temporary file
+  std::optional<std::string> html;   // also write the run as a web page there
 };
 
 int runServe(const ServeOptions& options, std::ostream& out, std::ostream& err);

@@ -39,6 +39,7 @@
 #include "iam/stats/ZTIAMStatsHelper.h"
 #include "tools/iam/Commands.h"
 #include "tools/iam/IsoDate.h"
+#include "tools/iam/TimelinePage.h"
 #include "tools/refservice/ReferenceMarketingService.h"
 
 namespace iam::tool {
@@ -128,21 +129,30 @@ std::string shortDisplayTypeName(ZTIAMAdvertisementDisplayType type) {
 }
 
 // Prints the timeline: one JSON object a line, or readable lines. Lines come from the main
-// thread and from the library's other threads, so they are written one at a time.
+// thread and from the library's other threads, so they are written one at a time. With `keep`,
+// it also keeps the JSON lines and the steps for the web page.
 class Timeline {
  public:
-  Timeline(std::ostream& out, bool asJson, Date start) : out_(out), json_(asJson), start_(start) {}
+  Timeline(std::ostream& out, bool asJson, Date start, bool keep)
+      : out_(out), json_(asJson), keep_(keep), start_(start) {}
 
   void add(json line) {
     const double t = timeIntervalBetween(Clock::currentDate(), start_);
     std::lock_guard lock(mutex_);
     if (closed_) return;
-    if (json_) {
-      out_ << "{\"t\":" << json(t).dump() << ",\"kind\":" << line["kind"].dump();
+    if (json_ || keep_) {
+      std::string text = "{\"t\":" + json(t).dump() + ",\"kind\":" + line["kind"].dump();
       for (auto& [key, value] : line.items())
-        if (key != "t" && key != "kind") out_ << "," << json(key).dump() << ":" << value.dump(-1, ' ', false, json::error_handler_t::replace);
-      out_ << "}\n";
-    } else {
+        if (key != "t" && key != "kind") text += "," + json(key).dump() + ":" + value.dump(-1, ' ', false, json::error_handler_t::replace);
+      text += "}";
+      if (json_) out_ << text << "\n";
+      if (keep_) {
+        kept_ += kept_.empty() ? "[" : ",";
+        kept_ += text;
+        ++keptCount_;
+      }
+    }
+    if (!json_) {
       char stamp[32];
       std::snprintf(stamp, sizeof stamp, "[%10.3fs] ", t);
       out_ << stamp << readable(line) << "\n";
@@ -150,12 +160,16 @@ class Timeline {
     out_.flush();
   }
 
-  // The readable timeline shows each journey step above what it caused.
+  // The readable timeline shows each journey step above what it caused; the page places what a
+  // step caused by the index of its first line.
   void step(const Step& step) {
+    const double t = timeIntervalBetween(Clock::currentDate(), start_);
+    std::lock_guard lock(mutex_);
+    if (keep_)
+      journey_.push_back({{"line", step.line}, {"t", t}, {"first", keptCount_}, {"step", {{step.key, step.value}}}});
     if (json_) return;
     char stamp[32];
-    std::snprintf(stamp, sizeof stamp, "[%10.3fs] ", timeIntervalBetween(Clock::currentDate(), start_));
-    std::lock_guard lock(mutex_);
+    std::snprintf(stamp, sizeof stamp, "[%10.3fs] ", t);
     out_ << stamp << "step " << step.line << ": " << json{{step.key, step.value}}.dump(-1, ' ', false, json::error_handler_t::replace) << "\n";
   }
 
@@ -163,6 +177,11 @@ class Timeline {
   void close() {
     std::lock_guard lock(mutex_);
     closed_ = true;
+  }
+
+  std::string page() {
+    std::lock_guard lock(mutex_);
+    return timelinePage(kept_.empty() ? "[]" : kept_ + "]", journey_.dump(-1, ' ', false, json::error_handler_t::replace));
   }
 
  private:
@@ -179,7 +198,7 @@ class Timeline {
     } else if (kind == "display") {
       s << text(line["advertisement"]) << " ("
         << (line["trigger"].is_null() ? std::string("no trigger") : "trigger " + text(line["trigger"])) << ", "
-        << text(line["displayTypeName"]) << ") via " << text(line["route"]);
+        << shortDisplayTypeName(line["displayType"].get<ZTIAMAdvertisementDisplayType>()) << ") via " << text(line["route"]);
     } else if (kind == "open") {
       s << text(line["url"]);
     } else if (kind == "review") {
@@ -210,9 +229,13 @@ class Timeline {
   }
 
   std::mutex mutex_;
-  bool closed_ = false;  // guarded by mutex_
+  bool closed_ = false;          // guarded by mutex_
+  std::string kept_;             // guarded by mutex_
+  std::size_t keptCount_ = 0;    // guarded by mutex_
+  json journey_ = json::array();  // guarded by mutex_
   std::ostream& out_;
   const bool json_;
+  const bool keep_;
   const Date start_;
 };
 
@@ -379,7 +402,6 @@ class Simulator {
               {"trigger", configuration.trigger() ? json(configuration.trigger()->triggerId()) : json(nullptr)},
               {"displayType", advertisement ? advertisement->displayType() : ZTIAMAdvertisementDisplayTypeInvalid},
               {"route", route}};
-    if (!options_.json) line["displayTypeName"] = shortDisplayTypeName(line["displayType"].get<ZTIAMAdvertisementDisplayType>());
     timeline_.add(std::move(line));
     lastShown_ = configuration.advertisement();
     lastShownTrigger_ = configuration.trigger();
@@ -604,6 +626,14 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
     err << "iam simulate: cannot open the preferences file " << prefsPath << "\n";
     return 2;
   }
+  std::ofstream page;
+  if (options.html) {
+    page.open(*options.html, std::ios::binary | std::ios::trunc);
+    if (!page) {
+      err << "iam simulate: cannot write the page " << *options.html << "\n";
+      return 2;
+    }
+  }
   if (!service.start()) {
     err << "iam simulate: cannot start the marketing service on 127.0.0.1\n";
     return 1;
@@ -611,7 +641,7 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
   registerArchivableClasses();
   PreferencesStore::setStandard(store);
 
-  Timeline timeline(out, options.json, *start);
+  Timeline timeline(out, options.json, *start, options.html.has_value());
   int status = 0;
   {
     Simulator simulator(options, timeline, *start, service);
@@ -636,6 +666,11 @@ int runSimulate(const SimulateOptions& options, std::ostream& out, std::ostream&
   PreferencesStore::setStandard(nullptr);
   Clock::setCurrent(nullptr);
   service.stop();
+  // A run that ended early is written too: the page shows how far it came.
+  if (options.html && !(page << timeline.page() << std::flush)) {
+    err << "iam simulate: cannot write the page " << *options.html << "\n";
+    return status == 0 ? 1 : status;
+  }
   return status;
 }
 

@@ -53,6 +53,7 @@ int run(int argc, char** argv) {
   simulateCommand->add_option("--start", simulate.start, "the clock's start, ISO-8601")->default_val(simulate.start);
   simulateCommand->add_option("--prefs", simulate.prefs,
                               "SQLite preferences file to use and keep (default: a temporary one)");
+  simulateCommand->add_option("--html", simulate.html, "also write the run as a self-contained web page (a timeline)");
 
   iam::tool::StatsOptions stats;
   auto* statsCommand =
