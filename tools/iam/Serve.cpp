@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <mutex>
@@ -55,6 +56,13 @@ int runServe(const ServeOptions& options, std::ostream& out, std::ostream& err) 
     return 2;
   }
 
+  const auto modes = ReferenceMarketingService::faultModes();
+  const auto mode = std::find_if(modes.begin(), modes.end(), [&](const auto& m) { return options.fault && m.name == *options.fault; });
+  if (options.fault && mode == modes.end()) {
+    err << "iam serve: unknown fault '" << *options.fault << "'\n";
+    return 2;
+  }
+
   std::mutex outMutex;
   service.setRequestObserver([&](const ReferenceMarketingService::ReceivedRequest& request) {
     const auto tag = service.entityTagFor(methodOfPath(request.path));
@@ -82,6 +90,10 @@ int runServe(const ServeOptions& options, std::ostream& out, std::ostream& err) 
     {
       std::lock_guard lock(outMutex);
       out << "serving on " << service.baseUrl() << " (Ctrl-C stops)" << std::endl;
+      if (mode != modes.end()) {
+        service.applyFault(mode->name);
+        out << "fault " << mode->name << ": " << mode->description << std::endl;
+      }
     }
     char byte = 0;
     while (::read(stopPipe[0], &byte, 1) < 0 && errno == EINTR) {
