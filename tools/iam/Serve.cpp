@@ -30,12 +30,6 @@ bool readable(const std::string& path) {
   return in.good();
 }
 
-// "/v1/advertisements" -> "advertisements".
-std::string methodOfPath(const std::string& path) {
-  const auto slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 }  // namespace
 
 int runServe(const ServeOptions& options, std::ostream& out, std::ostream& err) {
@@ -65,10 +59,9 @@ int runServe(const ServeOptions& options, std::ostream& out, std::ostream& err) 
 
   std::mutex outMutex;
   service.setRequestObserver([&](const ReferenceMarketingService::ReceivedRequest& request) {
-    const auto tag = service.entityTagFor(methodOfPath(request.path));
     std::lock_guard lock(outMutex);
     out << request.httpMethod << ' ' << request.path << ' ' << request.answeredStatus << ' '
-        << (tag && (request.answeredStatus == 200 || request.answeredStatus == 304) ? *tag : "-") << std::endl;
+        << request.answeredEntityTag.value_or("-") << std::endl;
   });
 
   if (::pipe2(stopPipe, O_CLOEXEC) != 0) {

@@ -137,6 +137,7 @@ void ReferenceMarketingService::Impl::handle(const httplib::Request& request, ht
     }
   }
   answer(record, version, method, response);
+  if (response.has_header("ETag")) record.answeredEntityTag = response.get_header_value("ETag");
 
   std::function<void(const ReceivedRequest&)> notify;
   {
@@ -183,12 +184,11 @@ void ReferenceMarketingService::Impl::answer(ReceivedRequest& record, const std:
       response.set_content_provider(
           oversized, "application/json", [oversized](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
             constexpr std::string_view head = R"({"padding":")", tail = R"("})";
-            std::string slice;
             const std::size_t end = offset + std::min<std::size_t>(length, 64 * 1024);
-            slice.reserve(end - offset);
-            for (std::size_t i = offset; i < end; ++i) {
-              slice += i < head.size() ? head[i] : i >= oversized - tail.size() ? tail[i - (oversized - tail.size())] : 'x';
-            }
+            const std::size_t tailStart = oversized - tail.size();
+            std::string slice(end - offset, 'x');
+            for (std::size_t i = offset; i < std::min(end, head.size()); ++i) slice[i - offset] = head[i];
+            for (std::size_t i = std::max(offset, tailStart); i < end; ++i) slice[i - offset] = tail[i - tailStart];
             return sink.write(slice.data(), slice.size());
           });
       return;

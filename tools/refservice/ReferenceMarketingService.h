@@ -38,6 +38,7 @@ class ReferenceMarketingService {
     std::optional<std::string> ifNoneMatch;
     std::optional<std::string> contentType;
     int answeredStatus = 0;
+    std::optional<std::string> answeredEntityTag;
   };
 
   ReferenceMarketingService();
