@@ -208,8 +208,10 @@ struct OspreyTransport::Impl {
   void stopAtExit();
   bool begin(Transfer& transfer);
   void complete(std::unique_ptr<Transfer> transfer, CURLcode code, simdjson::dom::parser& parser);
-  void deliver(std::unique_ptr<Transfer> transfer, std::shared_ptr<ZTOspreyServiceRequestResultInterface> result);
-  void drop(std::unique_ptr<Transfer> transfer);
+  // Both take the transfer by reference, so that an argument beside it may still read it: a
+  // by-value parameter may be moved into before the other arguments are evaluated.
+  void deliver(std::unique_ptr<Transfer>&& transfer, std::shared_ptr<ZTOspreyServiceRequestResultInterface> result);
+  void drop(std::unique_ptr<Transfer>&& transfer);
 };
 
 OspreyTransport::OspreyTransport() {
@@ -407,6 +409,15 @@ void OspreyTransport::Impl::complete(std::unique_ptr<Transfer> transfer, CURLcod
   long status = 0;
   curl_easy_getinfo(transfer->easy, CURLINFO_RESPONSE_CODE, &status);
   if (status == 304 && transfer->spec.sentEtag) {
+    // A 304 that names another entity does not vouch for the answer held (weak comparison: the
+    // "W/" prefix aside, the tags must be equal). One that names none is taken at its word.
+    const auto opaque = [](std::string_view tag) { return tag.starts_with("W/") ? tag.substr(2) : tag; };
+    if (transfer->etag && opaque(*transfer->etag) != opaque(*transfer->spec.sentEtag)) {
+      auto failure = OspreyServiceRequestResult::failure(
+          fmt::format("the service answered that the content is unchanged, but for the entity tag {}, not {}",
+                      *transfer->etag, *transfer->spec.sentEtag));
+      return deliver(std::move(transfer), std::move(failure));
+    }
     return deliver(std::move(transfer),
                    OspreyServiceRequestResult::notModified(OspreyServiceContentInfo::contentInfoCreatedNow()));
   }
@@ -460,7 +471,7 @@ void OspreyTransport::Impl::complete(std::unique_ptr<Transfer> transfer, CURLcod
   deliver(std::move(transfer), OspreyServiceRequestResult::answer(std::move(data), std::move(contentInfo), std::move(note)));
 }
 
-void OspreyTransport::Impl::deliver(std::unique_ptr<Transfer> transfer,
+void OspreyTransport::Impl::deliver(std::unique_ptr<Transfer>&& transfer,
                                     std::shared_ptr<ZTOspreyServiceRequestResultInterface> result) {
   transfer->releaseCurl();
   // The handlers travel to the main loop and die there, so whatever they hold is released on the
@@ -473,7 +484,7 @@ void OspreyTransport::Impl::deliver(std::unique_ptr<Transfer> transfer,
   runningCount.fetch_sub(1);
 }
 
-void OspreyTransport::Impl::drop(std::unique_ptr<Transfer> transfer) {
+void OspreyTransport::Impl::drop(std::unique_ptr<Transfer>&& transfer) {
   transfer->releaseCurl();
   ZTDispatchTools::onMainWithBlock(
       [completion = std::move(transfer->spec.completion), parse = std::move(transfer->spec.parseHandler)] {});

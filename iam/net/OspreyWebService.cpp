@@ -72,7 +72,7 @@ std::shared_ptr<RequestTicketType> OspreyWebService::execute(
     const std::string etag = withoutControlCharacters(*config.etag());
     if (!etag.empty()) {
       spec.headers.push_back("If-None-Match: " + etag);
-      spec.sentEtag = true;
+      spec.sentEtag = etag;
     }
   }
   spec.completion = request->completionHandler();

@@ -1,5 +1,6 @@
 #include "iam/service/IAMWebService.h"
 
+#include <atomic>
 #include <mutex>
 
 #include <nlohmann/json.hpp>
@@ -22,6 +23,11 @@ std::mutex& defaultBaseUrlMutex() {
 
 std::optional<std::string>& hostDefaultBaseUrl() {
   static std::optional<std::string> value;  // guarded by defaultBaseUrlMutex()
+  return value;
+}
+
+std::atomic<TimeInterval>& timeoutIntervalOverride() {
+  static std::atomic<TimeInterval> value{0};  // 0: kTimeoutInterval
   return value;
 }
 
@@ -52,6 +58,10 @@ IAMWebService::~IAMWebService() = default;
 void IAMWebService::setDefaultBaseUrl(std::optional<std::string> baseUrl) {
   std::lock_guard lock(defaultBaseUrlMutex());
   hostDefaultBaseUrl() = std::move(baseUrl);
+}
+
+void IAMWebService::setTimeoutIntervalForTesting(std::optional<TimeInterval> seconds) {
+  timeoutIntervalOverride().store(seconds && *seconds > 0 ? *seconds : 0);
 }
 
 std::string IAMWebService::defaultBaseUrl() {
@@ -86,7 +96,8 @@ std::shared_ptr<RequestTicketType> IAMWebService::execute(std::string_view metho
   service.setVersion(version_);
   auto request = service.createRequestFor(method, ztData(content, 0));
   if (!request) return nullptr;
-  request->httpConfig().setTimeoutInterval(kTimeoutInterval);
+  const TimeInterval timeout = timeoutIntervalOverride().load();
+  request->httpConfig().setTimeoutInterval(timeout > 0 ? timeout : kTimeoutInterval);
   request->setCompletionHandler(std::move(completionHandler));
   request->setOspreyProcessReceivedDataHandler(std::move(parseHandler));
   request->httpConfig().setEtag(etag);

@@ -46,6 +46,10 @@ class IAMWebService {
   static void setDefaultBaseUrl(std::optional<std::string> baseUrl);
   static std::string defaultBaseUrl();
 
+  // The time-out of requests started from now on instead of `kTimeoutInterval`, so that a test of a
+  // stalled service need not wait five seconds; none restores it. Thread-safe.
+  static void setTimeoutIntervalForTesting(std::optional<TimeInterval> seconds);
+
   const std::string& baseUrl() const { return baseUrl_; }
   const std::string& version() const { return version_; }
   const AdvertisementsResponseParser& advertisementsResponseParser() const { return *advertisementsResponseParser_; }

@@ -12,6 +12,7 @@ struct ServeOptions {
   std::string campaign;
   std::optional<std::string> ranked;
   int port = 8080;
+  std::optional<std::string> fault;  // a fault mode of the reference service, on from the start
 };
 
 struct LintOptions {

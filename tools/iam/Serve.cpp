@@ -2,6 +2,7 @@
 #include <signal.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <fstream>
 #include <mutex>
@@ -29,12 +30,6 @@ bool readable(const std::string& path) {
   return in.good();
 }
 
-// "/v1/advertisements" -> "advertisements".
-std::string methodOfPath(const std::string& path) {
-  const auto slash = path.find_last_of('/');
-  return slash == std::string::npos ? path : path.substr(slash + 1);
-}
-
 }  // namespace
 
 int runServe(const ServeOptions& options, std::ostream& out, std::ostream& err) {
@@ -55,12 +50,18 @@ int runServe(const ServeOptions& options, std::ostream& out, std::ostream& err) 
     return 2;
   }
 
+  const auto modes = ReferenceMarketingService::faultModes();
+  const auto mode = std::find_if(modes.begin(), modes.end(), [&](const auto& m) { return options.fault && m.name == *options.fault; });
+  if (options.fault && mode == modes.end()) {
+    err << "iam serve: unknown fault '" << *options.fault << "'\n";
+    return 2;
+  }
+
   std::mutex outMutex;
   service.setRequestObserver([&](const ReferenceMarketingService::ReceivedRequest& request) {
-    const auto tag = service.entityTagFor(methodOfPath(request.path));
     std::lock_guard lock(outMutex);
     out << request.httpMethod << ' ' << request.path << ' ' << request.answeredStatus << ' '
-        << (tag && (request.answeredStatus == 200 || request.answeredStatus == 304) ? *tag : "-") << std::endl;
+        << request.answeredEntityTag.value_or("-") << std::endl;
   });
 
   if (::pipe2(stopPipe, O_CLOEXEC) != 0) {
@@ -82,6 +83,10 @@ int runServe(const ServeOptions& options, std::ostream& out, std::ostream& err) 
     {
       std::lock_guard lock(outMutex);
       out << "serving on " << service.baseUrl() << " (Ctrl-C stops)" << std::endl;
+      if (mode != modes.end()) {
+        service.applyFault(mode->name);
+        out << "fault " << mode->name << ": " << mode->description << std::endl;
+      }
     }
     char byte = 0;
     while (::read(stopPipe[0], &byte, 1) < 0 && errno == EINTR) {

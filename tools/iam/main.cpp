@@ -4,11 +4,14 @@
 #include <CLI/CLI.hpp>
 #include <signal.h>
 
+#include <algorithm>
 #include <exception>
 #include <iostream>
 #include <string>
+#include <vector>
 
 #include "tools/iam/Commands.h"
+#include "tools/refservice/ReferenceMarketingService.h"
 
 namespace {
 
@@ -31,6 +34,17 @@ int run(int argc, char** argv) {
   serveCommand->add_option("--port", serve.port, "port to listen on; 0 picks a free one and prints it")
       ->default_val(8080)
       ->check(CLI::Range(0, 65535));
+  std::vector<std::string> faultNames;
+  std::string faultHelp = "\n\nFaults (--fault MODE), to see how an app copes:";
+  for (const auto& mode : iam::ReferenceMarketingService::faultModes()) {
+    faultNames.emplace_back(mode.name);
+    std::string name(mode.name);
+    name.resize(std::max<std::size_t>(name.size() + 1, 14), ' ');
+    faultHelp += "\n  " + name + std::string(mode.description);
+  }
+  serveCommand->footer(std::string(serveCommand->get_footer()) + faultHelp);
+  serveCommand->add_option("--fault", serve.fault, "misbehave on purpose from the start (modes below)")
+      ->check(CLI::IsMember(faultNames));
 
   iam::tool::LintOptions lint;
   auto* lintCommand = app.add_subcommand(

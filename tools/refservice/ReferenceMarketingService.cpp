@@ -3,12 +3,14 @@
 #include <httplib.h>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <chrono>
 #include <condition_variable>
 #include <cstdint>
 #include <fstream>
 #include <mutex>
 #include <sstream>
+#include <string_view>
 #include <thread>
 
 #include "iam/net/OspreyWebServiceEncryptionDetails.h"
@@ -19,7 +21,22 @@ namespace iam {
 
 namespace {
 
-enum class Fault { None, Status, Garbage, Array, Oversized };
+enum class Fault { None, Status, Garbage, Array, Oversized, Refuse, Truncate, NotModified, WrongEntityTag };
+
+constexpr std::size_t kFaultOversizedBytes = 50 * 1024 * 1024;
+constexpr double kFaultStallSeconds = 24 * 3600;
+
+constexpr ReferenceMarketingService::FaultMode kFaultModes[] = {
+    {"refuse", "the port is closed: every connection is refused"},
+    {"server-error", "every request fails with HTTP status 500"},
+    {"not-modified", "304 without an entity tag, whether the app holds an answer or not"},
+    {"wrong-etag", "304 naming an entity tag that the app never held"},
+    {"truncate", "announces the answer's length, sends half of it and closes the connection"},
+    {"not-json", "200 with a body that is not JSON"},
+    {"array", "200 with a JSON array instead of an object"},
+    {"oversized", "200 with a JSON object of 50 MiB"},
+    {"stall", "holds every request unanswered until the service stops"},
+};
 
 std::string_view trimmed(std::string_view text) {
   while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
@@ -55,8 +72,13 @@ struct ReferenceMarketingService::Impl {
 
   Options options;  // constant after construction
 
-  std::unique_ptr<httplib::Server> server;  // set by start, reset by stop (caller's thread)
+  // The listening server and its thread: opened by start, closed and reopened by a refused port,
+  // closed by stop. Guarded by lifecycle.
+  std::mutex lifecycle;
+  std::unique_ptr<httplib::Server> server;
   iam::Thread listener;
+  bool portClosed = false;
+  // Set by start before anything else may read them, then constant.
   std::string host;
   int port = 0;
 
@@ -69,8 +91,26 @@ struct ReferenceMarketingService::Impl {
   int faultStatus = 500;                            // guarded by mutex
   std::size_t oversizedBytes = 0;                   // guarded by mutex
   double stallSeconds = 0;                          // guarded by mutex
+  std::uint64_t stallGeneration = 0;                // guarded by mutex; a change releases stalls
   std::vector<ReceivedRequest> received;            // guarded by mutex
   std::function<void(const ReceivedRequest&)> observer;  // guarded by mutex
+
+  // Binds and serves on a new server; the bound port (0 picks one), or -1. Holds lifecycle.
+  int open(const std::string& onHost, int onPort);
+  // Stops serving and joins the server's threads. Holds lifecycle.
+  void close();
+  // Holds mutex.
+  void setFault(Fault value) {
+    fault = value;
+    ++stallGeneration;
+  }
+  void releaseStalls() {
+    {
+      std::lock_guard lock(mutex);
+      ++stallGeneration;
+    }
+    stallWake.notify_all();
+  }
 
   void handle(const httplib::Request& request, httplib::Response& response, const std::string& version,
               const std::string& method);
@@ -91,10 +131,13 @@ void ReferenceMarketingService::Impl::handle(const httplib::Request& request, ht
   {
     std::unique_lock lock(mutex);
     if (stallSeconds > 0) {
-      stallWake.wait_for(lock, std::chrono::duration<double>(stallSeconds), [this] { return stopping; });
+      const auto generation = stallGeneration;
+      stallWake.wait_for(lock, std::chrono::duration<double>(stallSeconds),
+                         [&] { return stopping || stallGeneration != generation; });
     }
   }
   answer(record, version, method, response);
+  if (response.has_header("ETag")) record.answeredEntityTag = response.get_header_value("ETag");
 
   std::function<void(const ReceivedRequest&)> notify;
   {
@@ -120,25 +163,86 @@ void ReferenceMarketingService::Impl::answer(ReceivedRequest& record, const std:
   const auto found = answers.find(method);
   if (found == answers.end()) return respond(404, R"({"error":"unknown method"})");
 
-  switch (fault) {
+  const std::string body = found->second;
+  const Fault now = fault;
+  const std::size_t oversized = std::max<std::size_t>(oversizedBytes, 16);
+  lock.unlock();
+
+  switch (now) {
     case Fault::Garbage:
       return respond(200, "<html>this is not json");
     case Fault::Array:
       return respond(200, R"([{"advertisements":[]}])");
-    case Fault::Oversized: {
-      const std::size_t bytes = std::max<std::size_t>(oversizedBytes, 16);
-      return respond(200, "{\"padding\":\"" + std::string(bytes - 15, 'x') + "\"}");
-    }
+    case Fault::NotModified:
+      return respond(304, "");
+    case Fault::WrongEntityTag:
+      response.set_header("ETag", entityTagForBytes("not " + body));
+      return respond(304, "");
+    case Fault::Oversized:
+      // Streamed in slices: tests ask for far more than they would like to hold twice.
+      respond(200, "");
+      response.set_content_provider(
+          oversized, "application/json", [oversized](std::size_t offset, std::size_t length, httplib::DataSink& sink) {
+            constexpr std::string_view head = R"({"padding":")", tail = R"("})";
+            const std::size_t end = offset + std::min<std::size_t>(length, 64 * 1024);
+            const std::size_t tailStart = oversized - tail.size();
+            std::string slice(end - offset, 'x');
+            for (std::size_t i = offset; i < std::min(end, head.size()); ++i) slice[i - offset] = head[i];
+            for (std::size_t i = std::max(offset, tailStart); i < end; ++i) slice[i - offset] = tail[i - tailStart];
+            return sink.write(slice.data(), slice.size());
+          });
+      return;
     default:
       break;
   }
-  const std::string body = found->second;
-  lock.unlock();
 
   const std::string tag = entityTagForBytes(body);
   response.set_header("ETag", tag);
+  if (now == Fault::Truncate) {
+    // The announced length stays unmet: returning false closes the connection after half.
+    respond(200, "");
+    response.set_content_provider(body.size(), "application/json",
+                                  [body](std::size_t, std::size_t, httplib::DataSink& sink) {
+                                    sink.write(body.data(), body.size() / 2);
+                                    return false;
+                                  });
+    return;
+  }
   if (record.ifNoneMatch && ifNoneMatchMatches(*record.ifNoneMatch, tag)) return respond(304, "");
   respond(200, body);
+}
+
+int ReferenceMarketingService::Impl::open(const std::string& onHost, int onPort) {
+  auto fresh = std::make_unique<httplib::Server>();
+  fresh->set_keep_alive_timeout(1);
+  fresh->set_payload_max_length(1024 * 1024);
+  fresh->Post(R"(/([^/]+)/([^/]+))", [this](const httplib::Request& request, httplib::Response& response) {
+    handle(request, response, request.matches[1], request.matches[2]);
+  });
+  int bound = onPort;
+  if (onPort == 0) {
+    bound = fresh->bind_to_any_port(onHost);
+  } else if (!fresh->bind_to_port(onHost, onPort)) {
+    bound = -1;
+  }
+  if (bound <= 0) return -1;
+  httplib::Server* raw = fresh.get();
+  server = std::move(fresh);
+  listener = iam::ThreadService::current()->start("iam.refservice", iam::ThreadPriority::Normal,
+                                                  [raw] { raw->listen_after_bind(); });
+  // A stop that comes before the server runs would be lost and leave the listener in accept().
+  for (int i = 0; i < 5000 && !raw->is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
+  if (!raw->is_running()) {
+    close();
+    return -1;
+  }
+  return bound;
+}
+
+void ReferenceMarketingService::Impl::close() {
+  if (server) server->stop();
+  if (listener.joinable()) listener.join();
+  server.reset();
 }
 
 ReferenceMarketingService::ReferenceMarketingService() : ReferenceMarketingService(Options{}) {}
@@ -154,29 +258,12 @@ bool ReferenceMarketingService::start(const std::string& host, int port) {
     if (impl_->started) return false;
     impl_->started = true;
   }
-  auto server = std::make_unique<httplib::Server>();
-  server->set_keep_alive_timeout(1);
-  server->set_payload_max_length(1024 * 1024);
-  Impl* impl = impl_.get();
-  server->Post(R"(/([^/]+)/([^/]+))", [impl](const httplib::Request& request, httplib::Response& response) {
-    impl->handle(request, response, request.matches[1], request.matches[2]);
-  });
-  int bound = port;
-  if (port == 0) {
-    bound = server->bind_to_any_port(host);
-  } else if (!server->bind_to_port(host, port)) {
-    bound = -1;
-  }
+  std::lock_guard life(impl_->lifecycle);
+  const int bound = impl_->open(host, port);
   if (bound <= 0) return false;
   impl_->host = host;
   impl_->port = bound;
-  httplib::Server* raw = server.get();
-  impl_->server = std::move(server);
-  impl_->listener = iam::ThreadService::current()->start("iam.refservice", iam::ThreadPriority::Normal,
-                                                         [raw] { raw->listen_after_bind(); });
-  // A stop that comes before the server runs would be lost and leave the listener in accept().
-  for (int i = 0; i < 5000 && !raw->is_running(); ++i) std::this_thread::sleep_for(std::chrono::milliseconds(1));
-  return raw->is_running();
+  return true;
 }
 
 void ReferenceMarketingService::stop() {
@@ -185,9 +272,8 @@ void ReferenceMarketingService::stop() {
     impl_->stopping = true;
   }
   impl_->stallWake.notify_all();
-  if (impl_->server) impl_->server->stop();
-  if (impl_->listener.joinable()) impl_->listener.join();
-  impl_->server.reset();
+  std::lock_guard life(impl_->lifecycle);
+  impl_->close();
 }
 
 int ReferenceMarketingService::port() const { return impl_->port; }
@@ -235,7 +321,7 @@ std::string ReferenceMarketingService::entityTagForBytes(const std::string& byte
 
 void ReferenceMarketingService::failWithStatus(int status) {
   std::lock_guard lock(impl_->mutex);
-  impl_->fault = Fault::Status;
+  impl_->setFault(Fault::Status);
   impl_->faultStatus = status;
 }
 
@@ -246,24 +332,87 @@ void ReferenceMarketingService::stallFor(double seconds) {
 
 void ReferenceMarketingService::answerGarbage() {
   std::lock_guard lock(impl_->mutex);
-  impl_->fault = Fault::Garbage;
+  impl_->setFault(Fault::Garbage);
 }
 
 void ReferenceMarketingService::answerArray() {
   std::lock_guard lock(impl_->mutex);
-  impl_->fault = Fault::Array;
+  impl_->setFault(Fault::Array);
 }
 
 void ReferenceMarketingService::answerOversized(std::size_t bytes) {
   std::lock_guard lock(impl_->mutex);
-  impl_->fault = Fault::Oversized;
+  impl_->setFault(Fault::Oversized);
   impl_->oversizedBytes = bytes;
 }
 
-void ReferenceMarketingService::behaveNormally() {
+void ReferenceMarketingService::answerTruncated() {
   std::lock_guard lock(impl_->mutex);
-  impl_->fault = Fault::None;
-  impl_->stallSeconds = 0;
+  impl_->setFault(Fault::Truncate);
+}
+
+void ReferenceMarketingService::answerNotModified() {
+  std::lock_guard lock(impl_->mutex);
+  impl_->setFault(Fault::NotModified);
+}
+
+void ReferenceMarketingService::answerWrongEntityTag() {
+  std::lock_guard lock(impl_->mutex);
+  impl_->setFault(Fault::WrongEntityTag);
+}
+
+void ReferenceMarketingService::refuseConnections() {
+  {
+    std::lock_guard lock(impl_->mutex);
+    impl_->setFault(Fault::Refuse);
+  }
+  // Stalled requests hold server threads that closing the port waits for.
+  impl_->stallWake.notify_all();
+  std::lock_guard life(impl_->lifecycle);
+  if (!impl_->server) return;
+  impl_->close();
+  impl_->portClosed = true;
+}
+
+bool ReferenceMarketingService::behaveNormally() {
+  {
+    std::lock_guard lock(impl_->mutex);
+    impl_->setFault(Fault::None);
+    impl_->stallSeconds = 0;
+    if (impl_->stopping) return true;
+  }
+  impl_->stallWake.notify_all();
+  std::lock_guard life(impl_->lifecycle);
+  if (!impl_->portClosed) return true;
+  impl_->portClosed = false;
+  return impl_->open(impl_->host, impl_->port) == impl_->port;
+}
+
+std::span<const ReferenceMarketingService::FaultMode> ReferenceMarketingService::faultModes() { return kFaultModes; }
+
+bool ReferenceMarketingService::applyFault(std::string_view name) {
+  if (name == "refuse") {
+    refuseConnections();
+  } else if (name == "server-error") {
+    failWithStatus(500);
+  } else if (name == "not-modified") {
+    answerNotModified();
+  } else if (name == "wrong-etag") {
+    answerWrongEntityTag();
+  } else if (name == "truncate") {
+    answerTruncated();
+  } else if (name == "not-json") {
+    answerGarbage();
+  } else if (name == "array") {
+    answerArray();
+  } else if (name == "oversized") {
+    answerOversized(kFaultOversizedBytes);
+  } else if (name == "stall") {
+    stallFor(kFaultStallSeconds);
+  } else {
+    return false;
+  }
+  return true;
 }
 
 std::size_t ReferenceMarketingService::requestCount() const {

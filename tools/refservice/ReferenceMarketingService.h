@@ -5,7 +5,9 @@
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace iam {
@@ -13,8 +15,8 @@ namespace iam {
 // A marketing service for tests, demos and `iam serve`: it answers POST /{version}/{method} on a
 // loopback port with the JSON answer set for that method, an ETag derived from the answer's bytes,
 // 304 when the request's If-None-Match still matches and 401 when the service key is wrong. It can
-// be told to misbehave (fail with a status, stall, answer garbage, an array or an oversized body)
-// and records every request it saw. The answer does not depend on the request body.
+// be told to misbehave (see `faultModes`) and records every request it saw. The answer does not
+// depend on the request body.
 //
 // Thread-safe: configure and inspect it from any thread while it serves on its own threads.
 class ReferenceMarketingService {
@@ -36,6 +38,7 @@ class ReferenceMarketingService {
     std::optional<std::string> ifNoneMatch;
     std::optional<std::string> contentType;
     int answeredStatus = 0;
+    std::optional<std::string> answeredEntityTag;
   };
 
   ReferenceMarketingService();
@@ -62,15 +65,35 @@ class ReferenceMarketingService {
   std::optional<std::string> entityTagFor(const std::string& method) const;
   static std::string entityTagForBytes(const std::string& bytes);
 
-  // Faults, applied to every method until `behaveNormally`.
+  // Faults, applied to every method until `behaveNormally`: each replaces the last, but a stall
+  // comes on top of another fault and a closed port stays closed until `behaveNormally`.
   void failWithStatus(int status);
-  // Holds each request this long before answering (until `stop`).
+  // Holds each request this long before answering (until `behaveNormally` or `stop`).
   void stallFor(double seconds);
   void answerGarbage();
   void answerArray();
-  // Answers a JSON object of `bytes` bytes.
+  // Answers a JSON object of `bytes` bytes, streamed: the service never holds it whole.
   void answerOversized(std::size_t bytes);
-  void behaveNormally();
+  // Closes the listening port: connections are refused until `behaveNormally` opens it again on
+  // the same port.
+  void refuseConnections();
+  // Announces the whole answer's length, sends half of it and closes the connection.
+  void answerTruncated();
+  // 304 without an entity tag to every request, whether it holds an answer or not.
+  void answerNotModified();
+  // 304 naming an entity tag that is not the answer's and not the one the request holds.
+  void answerWrongEntityTag();
+  // Ends every fault; reopens a refused port. False when that port cannot be opened again.
+  bool behaveNormally();
+
+  struct FaultMode {
+    std::string_view name;
+    std::string_view description;
+  };
+  // The faults by name, for `iam serve --fault`.
+  static std::span<const FaultMode> faultModes();
+  // Switches on the fault named in `faultModes`; false for an unknown name.
+  bool applyFault(std::string_view name);
 
   std::size_t requestCount() const;
   std::size_t requestCount(const std::string& method) const;

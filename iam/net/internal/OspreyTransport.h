@@ -16,7 +16,7 @@ struct OspreyTransferSpec {
   std::string url;
   std::optional<Data> body;
   std::vector<std::string> headers;  // "Name: value", beyond the JSON content headers
-  bool sentEtag = false;
+  std::optional<std::string> sentEtag;  // as sent in If-None-Match
   TimeInterval timeoutInterval = HttpRequestConfig::kDefaultTimeoutInterval;
   std::size_t maximumBodySize = HttpRequestConfig::kDefaultMaximumBodySize;
   OspreyServiceRequest::CompletionHandler completion;
