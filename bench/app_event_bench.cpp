@@ -3,7 +3,6 @@
 // the walk reaches the main loop.
 
 #include <benchmark/benchmark.h>
-#include <nlohmann/json.hpp>
 
 #include <algorithm>
 #include <chrono>
@@ -16,36 +15,14 @@
 #include "iam/platform/ZTDispatchTools.h"
 #include "iam/platform/ZTSettings.h"
 #include "iam/service/AdvertisementsResponseParser.h"
+#include "tools/refservice/LargeCampaign.h"
 
 namespace {
 
 using namespace iam;
-using nlohmann::json;
 using Clock = std::chrono::steady_clock;
 
-constexpr const char* kEvent = "screen-0";
-
-// Interstitials with triggers spread over ten screens (so about a fifth of them listen to the
-// event), and at the end an interstitial preload that always fires on it. (Review questions would
-// add their validity rule's log line, written whatever the info switch says, for every one held
-// back.)
-json answer(int count) {
-  json ads = json::array();
-  for (int i = 0; i < count; ++i) {
-    const bool last = i == count - 1;
-    const std::string id = "advertisement-" + std::to_string(i);
-    json triggers = json::array();
-    for (int t = 0; t <= i % 3; ++t)
-      triggers.push_back({{"id", id + "-" + std::to_string(t)},
-                          {"key", last ? kEvent : "screen-" + std::to_string((i + 3 * t) % 10)},
-                          {"thresholdCount", 1}});
-    ads.push_back({{"id", id}, {"lifecycle", json::object()}, {"display", {{"id", last ? 15 : 14}}},
-                   {"okAction", {{"id", 0}}}, {"dataSource", {{"id", 1}}}, {"state", {{"id", 1}}},
-                   {"ignoreGlobalMinimumPopupTimeInterval", false},
-                   {"resources", {{"dfpInterstitialIdentifier", "/1/x"}}}, {"triggers", triggers}});
-  }
-  return {{"advertisements", ads}, {"appConfig", {{"minimumPopupImpressionTimeInterval", 300}}}};
-}
+constexpr const char* kEvent = kLargeCampaignAlwaysFiringEvent;
 
 // Takes every request and notes when the preload at the end arrives; shows nothing, so the
 // statistics stay as they are apart from the trigger counts.
@@ -68,7 +45,7 @@ std::shared_ptr<ZTInAppMarketingManager> warmManager(int count, bool recentImpre
                                                      const std::shared_ptr<Host>& host) {
   LogBridge::setSink([](const LogRecord&) {});
   PreferencesStore::setStandard(std::make_shared<InMemoryPreferencesStore>());
-  auto response = AdvertisementsResponseParser().parse(answer(count).dump(), OspreyServiceContentInfo::contentInfoCreatedNow(),
+  auto response = AdvertisementsResponseParser().parse(largeCampaignAnswer(count).dump(), OspreyServiceContentInfo::contentInfoCreatedNow(),
                                                        std::string("\"etag\""));
   ZTSettings::saveArchivableObject(*response, ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey);
   auto manager = ZTInAppMarketingManager::create();
