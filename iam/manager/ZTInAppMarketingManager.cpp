@@ -150,8 +150,14 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
     // The walk keeps to the list it started with; a newer answer changes the next event.
     const auto walked = self->mostRecentAdvertisementResponse();
     const auto snapshot = walked ? walked->advertisements() : AdvertisementList{};
-    // Each advertisement's statistics are fetched once per walk, all at once where they exist.
-    AdvertisementStatsView view(self->statsHelper(), snapshot);
+    // Each advertisement's statistics are fetched once, all at once where they exist, and kept for
+    // the next walk over the same answer.
+    AdvertisementStatsView::Kept kept;
+    {
+      std::lock_guard lock(self->walkStatsMutex_);
+      if (walked && self->walkStatsResponse_.lock() == walked) kept = std::move(self->walkStats_);
+    }
+    AdvertisementStatsView view(self->statsHelper(), snapshot, std::move(kept));
     // The trigger rules see the advertisements held at each step. Copied only when the answer was
     // replaced during the walk, so that a long list is not copied once per advertisement.
     // One popup spacing memo per list: the rule scans the whole list, once per walk, not per trigger.
@@ -176,6 +182,8 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
     for (std::size_t index = 0; index < snapshot.size(); ++index) {
       const auto& advertisement = snapshot[index];
       if (!advertisement) continue;
+      view.refresh();
+      if (replacedView) replacedView->refresh();
       const auto displayType = advertisement->displayType();
       if (disabled.count(displayType) != 0) continue;
       if (!ZTIAMAdvertisementValidityHelper::isAdvertisementValid(*advertisement, *view.advertisementStats(index)))
@@ -199,6 +207,9 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
       });
       if (!preload) shown = true;
     }
+    std::lock_guard lock(self->walkStatsMutex_);
+    self->walkStatsResponse_ = walked;
+    self->walkStats_ = std::move(view).keep();
   });
 }
 

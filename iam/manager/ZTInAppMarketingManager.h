@@ -16,6 +16,7 @@
 #include "iam/platform/View.h"
 #include "iam/platform/ViewController.h"
 #include "iam/presentation/ZTIAMAdvertisementPresenter.h"
+#include "iam/stats/AdvertisementStatsView.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
 
 namespace iam {
@@ -158,6 +159,11 @@ class ZTInAppMarketingManager : public ZTInAppMarketingManagerLogic {
   std::set<ZTIAMAdvertisementDisplayType> disabledDisplayTypes_;  // guarded by disabledDisplayTypesMutex_
   std::shared_ptr<ZTAnalyticsManager> analyticsManager_;
   std::weak_ptr<ZTInAppMarketingManagerAdvertisementHandlerDelegate> advertisementHandlerDelegate_;
+  // The statistics records the last app event walk fetched, and the answer it walked: the next walk
+  // over the same answer starts from them instead of looking every record up again.
+  std::mutex walkStatsMutex_;
+  std::weak_ptr<AdvertisementsRequestResponse> walkStatsResponse_;  // guarded by walkStatsMutex_
+  AdvertisementStatsView::Kept walkStats_;                          // guarded by walkStatsMutex_
 };
 
 }  // namespace iam

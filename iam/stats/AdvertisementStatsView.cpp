@@ -2,18 +2,24 @@
 
 namespace iam {
 
-// The generation is read before the records: a reset between the two makes the first request
+// The generation is read before the records: a reset between the two makes the next refresh
 // look again rather than trust records of the old maps.
 AdvertisementStatsView::AdvertisementStatsView(ZTIAMStatsGetterHelper& statsGetter,
-                                               const Advertisements& advertisements)
-    : statsGetter_(statsGetter),
-      advertisements_(advertisements),
-      generation_(statsGetter.recordsGeneration()),
-      advertisementStats_(statsGetter.findAdvertisementStats(advertisements)) {
-  advertisementStats_.resize(advertisements.size());
+                                               const Advertisements& advertisements, Kept kept)
+    : statsGetter_(statsGetter), advertisements_(advertisements), generation_(statsGetter.recordsGeneration()) {
+  if (kept.generation == generation_ && kept.records.size() == advertisements.size() && !advertisements.empty()) {
+    advertisementStats_ = std::move(kept.records);
+  } else {
+    advertisementStats_ = statsGetter.findAdvertisementStats(advertisements);
+    advertisementStats_.resize(advertisements.size());
+  }
 }
 
-void AdvertisementStatsView::dropIfReplaced() {
+AdvertisementStatsView::Kept AdvertisementStatsView::keep() && {
+  return {std::move(advertisementStats_), generation_};
+}
+
+void AdvertisementStatsView::refresh() {
   const std::uint64_t now = statsGetter_.recordsGeneration();
   if (now == generation_) return;
   generation_ = now;
@@ -22,7 +28,6 @@ void AdvertisementStatsView::dropIfReplaced() {
 }
 
 const std::shared_ptr<ZTIAMAdvertisementStats>& AdvertisementStatsView::advertisementStats(std::size_t index) {
-  dropIfReplaced();
   auto& record = advertisementStats_[index];
   if (!record) record = statsGetter_.getAdvertisementStatsByAdvertisementId(advertisements_[index]->advertisementId());
   return record;
@@ -36,7 +41,6 @@ std::shared_ptr<ZTIAMAdvertisementStats> AdvertisementStatsView::advertisementSt
 }
 
 std::shared_ptr<ZTIAMAppEventStats> AdvertisementStatsView::appEventStats(const std::string& eventKey) {
-  dropIfReplaced();
   if (!appEventStats_ || appEventKey_ != eventKey) {
     appEventStats_ = statsGetter_.getAppEventStatsByEventKey(eventKey);
     appEventKey_ = eventKey;

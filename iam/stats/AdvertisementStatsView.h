@@ -14,17 +14,31 @@
 namespace iam {
 
 // The statistics one walk over a list of advertisements reads: every record that exists fetched in
-// one look at the store when the view is made, instead of a look-up by id each time a rule asks.
-// A missing record is made by a look-up when it is first asked for, exactly as the rules would
-// have made it. The records are the store's own, so counts made meanwhile are seen; when the
-// store's records are reloaded or reset, the view looks them up again.
+// one look at the store when the view is made (or taken over from the previous walk over the same
+// list), instead of a look-up by id each time a rule asks. A missing record is made by a look-up
+// when it is first asked for, exactly as the rules would have made it. The records are the
+// store's own, so counts made meanwhile are seen. A record stays the one under its id until the
+// store's records are reloaded or reset; `refresh()` then drops the records fetched before.
 //
 // Holds the list and the getter by reference. Not thread-safe: one per walk, on the walk's thread.
 class AdvertisementStatsView {
  public:
   using Advertisements = std::vector<std::shared_ptr<AdvertisementType>>;
 
-  AdvertisementStatsView(ZTIAMStatsGetterHelper& statsGetter, const Advertisements& advertisements);
+  // Records a view over the same list fetched, for the next view over it.
+  struct Kept {
+    std::vector<std::shared_ptr<ZTIAMAdvertisementStats>> records;
+    std::uint64_t generation = 0;
+  };
+
+  AdvertisementStatsView(ZTIAMStatsGetterHelper& statsGetter, const Advertisements& advertisements)
+      : AdvertisementStatsView(statsGetter, advertisements, Kept()) {}
+  AdvertisementStatsView(ZTIAMStatsGetterHelper& statsGetter, const Advertisements& advertisements, Kept kept);
+  // The records fetched so far, for a view over the same list made later.
+  Kept keep() &&;
+  // Drops every record fetched when the store's records have been replaced since; a walk calls it
+  // at each step.
+  void refresh();
 
   ZTIAMStatsGetterHelper& statsGetter() const { return statsGetter_; }
   const Advertisements& advertisements() const { return advertisements_; }
@@ -38,9 +52,6 @@ class AdvertisementStatsView {
   std::shared_ptr<ZTIAMAppEventStats> appEventStats(const std::string& eventKey);
 
  private:
-  // Forgets every record when the store's have been replaced since they were fetched.
-  void dropIfReplaced();
-
   ZTIAMStatsGetterHelper& statsGetter_;
   const Advertisements& advertisements_;
   std::uint64_t generation_;
