@@ -189,7 +189,7 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
       if (!ZTIAMAdvertisementValidityHelper::isAdvertisementValid(*advertisement, *view.advertisementStats(index)))
         continue;
       const auto& triggers = advertisement->triggers();
-      if (std::none_of(triggers.begin(), triggers.end(), [&](const auto& t) { return t->eventKey() == key; }))
+      if (std::none_of(triggers.begin(), triggers.end(), [&](const auto& t) { return listensTo(*t, key); }))
         continue;
       auto& rulesView = currentView();
       auto trigger = self->findValidTriggerForAdvertisement(

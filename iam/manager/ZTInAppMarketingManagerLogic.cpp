@@ -214,7 +214,7 @@ std::shared_ptr<AdvertisementTriggerType> ZTInAppMarketingManagerLogic::findVali
     AdvertisementStatsView& view, const std::shared_ptr<const ZTIAMAppConfigType>& appConfig,
     ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo) {
   for (const auto& trigger : advertisement.triggers()) {
-    if (trigger->eventKey() != eventKey) continue;
+    if (!listensTo(*trigger, eventKey)) continue;
     if (ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(*trigger, view, index, appConfig, memo))
       return trigger;
   }

@@ -129,6 +129,12 @@ class ZTInAppMarketingManagerLogic : public std::enable_shared_from_this<ZTInApp
   void loadNativeQualityNetworkResponse();
 
  protected:
+  // Whether the trigger fires on `eventKey`. Keys often differ only at their end ("screen-1",
+  // "screen-2"), so the last character is compared first.
+  static bool listensTo(const AdvertisementTriggerType& trigger, const std::string& eventKey) {
+    const std::string& key = trigger.eventKey();
+    return key.size() == eventKey.size() && (key.empty() || key.back() == eventKey.back()) && key == eventKey;
+  }
   // The app event walk's form, over the walk's view of the list with the advertisement at `index`
   // there: the popup spacing of every trigger asked about with one memo is judged by the
   // impressions as they were at its first use.

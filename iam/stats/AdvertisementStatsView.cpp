@@ -2,13 +2,28 @@
 
 namespace iam {
 
+namespace {
+
+bool sameAdvertisements(const std::vector<const AdvertisementType*>& kept,
+                        const AdvertisementStatsView::Advertisements& advertisements) {
+  if (kept.size() != advertisements.size()) return false;
+  for (std::size_t i = 0; i < kept.size(); ++i) {
+    if (kept[i] != advertisements[i].get()) return false;
+  }
+  return true;
+}
+
+}  // namespace
+
 // The generation is read before the records: a reset between the two makes the next refresh
 // look again rather than trust records of the old maps.
 AdvertisementStatsView::AdvertisementStatsView(ZTIAMStatsGetterHelper& statsGetter,
                                                const Advertisements& advertisements, Kept kept)
     : statsGetter_(statsGetter), advertisements_(advertisements), generation_(statsGetter.recordsGeneration()) {
-  if (kept.generation == generation_ && kept.records.size() == advertisements.size() && !advertisements.empty()) {
+  if (kept.generation == generation_ && kept.records.size() == advertisements.size() &&
+      sameAdvertisements(kept.advertisements, advertisements)) {
     advertisementStats_ = std::move(kept.records);
+    keptAdvertisements_ = std::move(kept.advertisements);
   } else {
     advertisementStats_ = statsGetter.findAdvertisementStats(advertisements);
     advertisementStats_.resize(advertisements.size());
@@ -16,21 +31,23 @@ AdvertisementStatsView::AdvertisementStatsView(ZTIAMStatsGetterHelper& statsGett
 }
 
 AdvertisementStatsView::Kept AdvertisementStatsView::keep() && {
-  return {std::move(advertisementStats_), generation_};
+  if (keptAdvertisements_.size() != advertisements_.size()) {
+    keptAdvertisements_.clear();
+    keptAdvertisements_.reserve(advertisements_.size());
+    for (const auto& advertisement : advertisements_) keptAdvertisements_.push_back(advertisement.get());
+  }
+  return {std::move(advertisementStats_), std::move(keptAdvertisements_), generation_};
 }
 
-void AdvertisementStatsView::refresh() {
-  const std::uint64_t now = statsGetter_.recordsGeneration();
-  if (now == generation_) return;
-  generation_ = now;
+void AdvertisementStatsView::dropAll() {
+  generation_ = statsGetter_.recordsGeneration();
   for (auto& record : advertisementStats_) record.reset();
   appEventStats_.reset();
 }
 
-const std::shared_ptr<ZTIAMAdvertisementStats>& AdvertisementStatsView::advertisementStats(std::size_t index) {
-  auto& record = advertisementStats_[index];
-  if (!record) record = statsGetter_.getAdvertisementStatsByAdvertisementId(advertisements_[index]->advertisementId());
-  return record;
+void AdvertisementStatsView::lookUp(std::size_t index) {
+  advertisementStats_[index] =
+      statsGetter_.getAdvertisementStatsByAdvertisementId(advertisements_[index]->advertisementId());
 }
 
 std::shared_ptr<ZTIAMAdvertisementStats> AdvertisementStatsView::advertisementStats(

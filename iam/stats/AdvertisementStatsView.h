@@ -25,9 +25,12 @@ class AdvertisementStatsView {
  public:
   using Advertisements = std::vector<std::shared_ptr<AdvertisementType>>;
 
-  // Records a view over the same list fetched, for the next view over it.
+  // Records a view fetched, for the next view over the same advertisements. Used only when every
+  // advertisement is the same object at the same place, and the store's records were not
+  // replaced since; an advertisement's id is taken to stay as it was parsed.
   struct Kept {
     std::vector<std::shared_ptr<ZTIAMAdvertisementStats>> records;
+    std::vector<const AdvertisementType*> advertisements;
     std::uint64_t generation = 0;
   };
 
@@ -38,13 +41,19 @@ class AdvertisementStatsView {
   Kept keep() &&;
   // Drops every record fetched when the store's records have been replaced since; a walk calls it
   // at each step.
-  void refresh();
+  void refresh() {
+    if (statsGetter_.recordsGeneration() != generation_) dropAll();
+  }
 
   ZTIAMStatsGetterHelper& statsGetter() const { return statsGetter_; }
   const Advertisements& advertisements() const { return advertisements_; }
 
   // The record of the advertisement at `index` in the list (which must hold one there). Never none.
-  const std::shared_ptr<ZTIAMAdvertisementStats>& advertisementStats(std::size_t index);
+  const std::shared_ptr<ZTIAMAdvertisementStats>& advertisementStats(std::size_t index) {
+    auto& record = advertisementStats_[index];
+    if (!record) lookUp(index);
+    return record;
+  }
   // The record of `advertisement`: from the list when it is the one at `index`, else looked up.
   std::shared_ptr<ZTIAMAdvertisementStats> advertisementStats(const AdvertisementType& advertisement,
                                                               std::size_t index);
@@ -52,10 +61,14 @@ class AdvertisementStatsView {
   std::shared_ptr<ZTIAMAppEventStats> appEventStats(const std::string& eventKey);
 
  private:
+  void lookUp(std::size_t index);
+  void dropAll();
+
   ZTIAMStatsGetterHelper& statsGetter_;
   const Advertisements& advertisements_;
   std::uint64_t generation_;
   std::vector<std::shared_ptr<ZTIAMAdvertisementStats>> advertisementStats_;
+  std::vector<const AdvertisementType*> keptAdvertisements_;  // empty unless taken over
   std::string appEventKey_;
   std::shared_ptr<ZTIAMAppEventStats> appEventStats_;
 };
