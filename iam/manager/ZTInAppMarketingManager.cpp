@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <mutex>
+#include <optional>
 
 #include <fmt/format.h>
 
@@ -11,6 +12,7 @@
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/URL.h"
 #include "iam/platform/ZTDispatchTools.h"
+#include "iam/stats/AdvertisementStatsView.h"
 #include "iam/validity/ZTIAMAdvertisementEventReservedEvents.h"
 
 namespace iam {
@@ -174,28 +176,50 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
     // The walk keeps to the list it started with; a newer answer changes the next event.
     const auto walked = self->mostRecentAdvertisementResponse();
     const auto snapshot = walked ? walked->advertisements() : AdvertisementList{};
+    // Each advertisement's statistics are fetched once, all at once where they exist, and kept for
+    // the next walk over the same answer.
+    AdvertisementStatsView::Kept kept;
+    {
+      std::lock_guard lock(self->walkStatsMutex_);
+      if (walked && self->walkStatsResponse_.lock() == walked) kept = std::move(self->walkStats_);
+    }
+    AdvertisementStatsView view(self->statsHelper(), snapshot, std::move(kept));
     // The trigger rules see the advertisements held at each step. Copied only when the answer was
     // replaced during the walk, so that a long list is not copied once per advertisement.
     // One popup spacing memo per list: the rule scans the whole list, once per walk, not per trigger.
     std::shared_ptr<AdvertisementsRequestResponse> currentResponse = walked;
     AdvertisementList replacedList;
+    std::optional<AdvertisementStatsView> replacedView;
     ZTIAMAdvertisementValidityHelper::PopupImpressionMemo memo;
-    auto currentAdvertisements = [&]() -> const AdvertisementList& {
+    auto currentView = [&]() -> AdvertisementStatsView& {
       auto held = self->mostRecentAdvertisementResponse();
       if (held != currentResponse) {
-        if (held != walked) replacedList = held ? held->advertisements() : AdvertisementList{};
+        if (held != walked) {
+          replacedView.reset();
+          replacedList = held ? held->advertisements() : AdvertisementList{};
+          replacedView.emplace(self->statsHelper(), replacedList);
+        }
         currentResponse = std::move(held);
         memo = {};
       }
-      return currentResponse == walked ? snapshot : replacedList;
+      return currentResponse == walked ? view : *replacedView;
     };
     bool shown = false;
-    for (const auto& advertisement : snapshot) {
+    for (std::size_t index = 0; index < snapshot.size(); ++index) {
+      const auto& advertisement = snapshot[index];
       if (!advertisement) continue;
+      view.refresh();
+      if (replacedView) replacedView->refresh();
       const auto displayType = advertisement->displayType();
       if (disabled.count(displayType) != 0) continue;
-      if (!self->isAdvertisementValid(advertisement)) continue;
-      auto trigger = self->findValidTriggerForAdvertisement(advertisement, key, currentAdvertisements(), memo);
+      if (!ZTIAMAdvertisementValidityHelper::isAdvertisementValid(*advertisement, *view.advertisementStats(index)))
+        continue;
+      const auto& triggers = advertisement->triggers();
+      if (std::none_of(triggers.begin(), triggers.end(), [&](const auto& t) { return listensTo(*t, key); }))
+        continue;
+      auto& rulesView = currentView();
+      auto trigger = self->findValidTriggerForAdvertisement(
+          *advertisement, index, key, rulesView, currentResponse ? currentResponse->appConfig() : nullptr, memo);
       if (!trigger) continue;
       const bool preload = displayType == ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload;
       if (!preload) {
@@ -209,6 +233,9 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
       });
       if (!preload) shown = true;
     }
+    std::lock_guard lock(self->walkStatsMutex_);
+    self->walkStatsResponse_ = walked;
+    self->walkStats_ = std::move(view).keep();
   });
 }
 

@@ -17,6 +17,7 @@
 #include "iam/platform/View.h"
 #include "iam/platform/ViewController.h"
 #include "iam/presentation/ZTIAMAdvertisementPresenter.h"
+#include "iam/stats/AdvertisementStatsView.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
 
 namespace iam {
@@ -167,6 +168,11 @@ class ZTInAppMarketingManager : public ZTInAppMarketingManagerLogic {
   std::weak_ptr<ZTInAppMarketingManagerAdvertisementHandlerDelegate> advertisementHandlerDelegate_;
   // Main thread. Lower case.
   std::set<std::string, std::less<>> allowedURLSchemes_{"https", "itms-apps", "itms-appss", "market"};
+  // The statistics records the last app event walk fetched, and the answer it walked: the next walk
+  // over the same answer starts from them instead of looking every record up again.
+  std::mutex walkStatsMutex_;
+  std::weak_ptr<AdvertisementsRequestResponse> walkStatsResponse_;  // guarded by walkStatsMutex_
+  AdvertisementStatsView::Kept walkStats_;                          // guarded by walkStatsMutex_
 };
 
 }  // namespace iam

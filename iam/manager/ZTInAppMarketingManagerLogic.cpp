@@ -194,20 +194,28 @@ bool ZTInAppMarketingManagerLogic::isAdvertisementTriggerValid(const std::shared
 std::shared_ptr<AdvertisementTriggerType> ZTInAppMarketingManagerLogic::findValidTriggerForAdvertisement(
     const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
     const AdvertisementList& advertisements) {
-  ZTIAMAdvertisementValidityHelper::PopupImpressionMemo memo;
-  return findValidTriggerForAdvertisement(advertisement, eventKey, advertisements, memo);
-}
-
-std::shared_ptr<AdvertisementTriggerType> ZTInAppMarketingManagerLogic::findValidTriggerForAdvertisement(
-    const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
-    const AdvertisementList& advertisements, ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo) {
   if (!advertisement) return nullptr;
   const auto triggers = advertisement->triggersFor(eventKey);
   if (triggers.empty()) return nullptr;
   const auto appConfig = appConfiguration();
+  ZTIAMAdvertisementValidityHelper::PopupImpressionMemo memo;
   for (const auto& trigger : triggers) {
     if (ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(*trigger, *statsHelper_, advertisements, appConfig,
                                                                       &memo))
+      return trigger;
+  }
+  return nullptr;
+}
+
+// The advertisement's triggers for the key, in the order `triggersFor:` gives them, without
+// building the set.
+std::shared_ptr<AdvertisementTriggerType> ZTInAppMarketingManagerLogic::findValidTriggerForAdvertisement(
+    const AdvertisementType& advertisement, std::size_t index, const std::string& eventKey,
+    AdvertisementStatsView& view, const std::shared_ptr<const ZTIAMAppConfigType>& appConfig,
+    ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo) {
+  for (const auto& trigger : advertisement.triggers()) {
+    if (!listensTo(*trigger, eventKey)) continue;
+    if (ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(*trigger, view, index, appConfig, memo))
       return trigger;
   }
   return nullptr;

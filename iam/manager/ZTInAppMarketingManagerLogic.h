@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -128,11 +129,19 @@ class ZTInAppMarketingManagerLogic : public std::enable_shared_from_this<ZTInApp
   void loadNativeQualityNetworkResponse();
 
  protected:
-  // The app event walk's form: the popup spacing of every trigger asked about with one memo is
-  // judged by the impressions as they were at its first use.
+  // Whether the trigger fires on `eventKey`. Keys often differ only at their end ("screen-1",
+  // "screen-2"), so the last character is compared first.
+  static bool listensTo(const AdvertisementTriggerType& trigger, const std::string& eventKey) {
+    const std::string& key = trigger.eventKey();
+    return key.size() == eventKey.size() && (key.empty() || key.back() == eventKey.back()) && key == eventKey;
+  }
+  // The app event walk's form, over the walk's view of the list with the advertisement at `index`
+  // there: the popup spacing of every trigger asked about with one memo is judged by the
+  // impressions as they were at its first use.
   std::shared_ptr<AdvertisementTriggerType> findValidTriggerForAdvertisement(
-      const std::shared_ptr<AdvertisementType>& advertisement, const std::string& eventKey,
-      const AdvertisementList& advertisements, ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo);
+      const AdvertisementType& advertisement, std::size_t index, const std::string& eventKey,
+      AdvertisementStatsView& view, const std::shared_ptr<const ZTIAMAppConfigType>& appConfig,
+      ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo);
 
   // Only through std::make_shared (by the manager's factory): saves and callbacks need the owner.
   ZTInAppMarketingManagerLogic();

@@ -54,16 +54,21 @@ void WorkerPool::startThreadsLocked() {
 
 void WorkerPool::submit(Block block) {
   if (!block) return;
+  bool wake = false;
   {
     std::lock_guard lock(mutex_);
     if (threads_.empty() && !stopping_) startThreadsLocked();
     if (!threads_.empty() && !stopping_) {
       queue_.push_back(std::move(block));
       block = nullptr;
+      if (waiting_ > wakesPending_) {
+        ++wakesPending_;
+        wake = true;
+      }
     }
   }
   if (!block) {
-    workAvailable_.notify_one();
+    if (wake) workAvailable_.notify_one();
     return;
   }
   // Without any thread the work would never run; late beats never.
@@ -73,7 +78,13 @@ void WorkerPool::submit(Block block) {
 void WorkerPool::work() {
   std::unique_lock lock(mutex_);
   for (;;) {
-    workAvailable_.wait(lock, [this] { return stopping_ || !queue_.empty(); });
+    while (!stopping_ && queue_.empty()) {
+      ++waiting_;
+      workAvailable_.wait(lock);
+      --waiting_;
+      // Spurious wake-ups count too: at worst the next submit wakes one worker more than needed.
+      if (wakesPending_ > 0) --wakesPending_;
+    }
     if (queue_.empty()) return;  // stopping, and drained
     Block block = std::move(queue_.front());
     queue_.pop_front();

@@ -43,6 +43,11 @@ class WorkerPool {
   std::vector<Thread> threads_;  // guarded by mutex_; never joined
   std::deque<Block> queue_;      // guarded by mutex_
   std::size_t running_ = 0;      // guarded by mutex_
+  // Workers blocked on workAvailable_, and wake-ups sent to them that no worker has taken yet: a
+  // submit wakes a worker only when more are waiting than are already being woken, so a burst
+  // of submits costs the submitter one system call, not one each.
+  std::size_t waiting_ = 0;       // guarded by mutex_
+  std::size_t wakesPending_ = 0;  // guarded by mutex_
   std::uint64_t finished_ = 0;   // guarded by mutex_
   bool stopping_ = false;        // guarded by mutex_
 };

@@ -78,14 +78,24 @@ std::int64_t ZTIAMAdvertisementStats::numberOfPostpones() const {
 }
 
 std::optional<Date> ZTIAMAdvertisementStats::mostRecentImpressionDate() const {
-  std::lock_guard lock(fieldsMutex());
-  return mostRecentImpressionDate_;
+  if (!hasImpressionDate_.load(std::memory_order_acquire)) return std::nullopt;
+  return Date(Date::duration(impressionDateTicks_.load(std::memory_order_acquire)));
 }
 
 void ZTIAMAdvertisementStats::setMostRecentImpressionDate(std::optional<Date> value) {
   std::lock_guard lock(fieldsMutex());
   mostRecentImpressionDate_ = value;
+  publishImpressionDate();
   changed();
+}
+
+void ZTIAMAdvertisementStats::publishImpressionDate() {
+  if (!mostRecentImpressionDate_) {
+    hasImpressionDate_.store(false, std::memory_order_release);
+    return;
+  }
+  impressionDateTicks_.store(mostRecentImpressionDate_->time_since_epoch().count(), std::memory_order_release);
+  hasImpressionDate_.store(true, std::memory_order_release);
 }
 
 std::optional<Date> ZTIAMAdvertisementStats::mostRecentClickDate() const {
@@ -107,6 +117,7 @@ void ZTIAMAdvertisementStats::handleImpression() {
   std::lock_guard lock(fieldsMutex());
   countOneMore(numberOfImpressions_);
   mostRecentImpressionDate_ = Clock::currentDate();
+  publishImpressionDate();
   changed();
 }
 
@@ -151,6 +162,7 @@ void ZTIAMAdvertisementStats::fieldsDidChange() {
   for (const auto& [id, record] : triggerStats_) {
     if (record) record->setOwnerChanges(changes_);
   }
+  publishImpressionDate();
   changed();
 }
 

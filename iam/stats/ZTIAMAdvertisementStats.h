@@ -75,6 +75,8 @@ class ZTIAMAdvertisementStats final : public LegacyReflectable, public Archivabl
   // Links decoded trigger records to this record's change count.
   void fieldsDidChange() override;
   void changed() { changes_->fetch_add(1, std::memory_order_release); }
+  // Copies the impression date to its lock-free mirror; under fieldsMutex(), after each change.
+  void publishImpressionDate();
 
   // Guarded by fieldsMutex().
   TriggerStatsMap triggerStats_;
@@ -88,6 +90,11 @@ class ZTIAMAdvertisementStats final : public LegacyReflectable, public Archivabl
   std::optional<Date> mostRecentClickDate_;
   std::optional<Date> mostRecentDismissDate_;
   std::optional<Date> mostRecentPostponeDate_;
+  // mostRecentImpressionDate_ for readers that skip the lock: the popup spacing rule reads it on every
+  // advertisement of a walk. The time is stored before the flag is raised, so a reader that sees
+  // the flag reads that time or a later one.
+  std::atomic<bool> hasImpressionDate_{false};
+  std::atomic<Date::rep> impressionDateTicks_{0};
   // Raised after each change, under fieldsMutex(); shared with the trigger records held.
   const std::shared_ptr<std::atomic<std::uint64_t>> changes_ = std::make_shared<std::atomic<std::uint64_t>>(0);
 };

@@ -1,7 +1,11 @@
 #pragma once
 
+#include <cstdint>
 #include <memory>
 #include <string>
+#include <vector>
+
+#include "iam/model/Advertisement.h"
 
 #include "iam/stats/ZTIAMAdvertisementStats.h"
 #include "iam/stats/ZTIAMAppEventStats.h"
@@ -19,6 +23,17 @@ class ZTIAMStatsGetterHelper {
       const std::string& advertisementId) = 0;
   // Never none.
   virtual std::shared_ptr<ZTIAMAppEventStats> getAppEventStatsByEventKey(const std::string& eventKey) = 0;
+
+  // The records of a list of advertisements in list order, none where a look-up would have to
+  // create one: nothing is created. Lets a walk over the list fetch every record at once; a getter
+  // without a faster way finds none, and the caller looks them up one by one.
+  virtual std::vector<std::shared_ptr<ZTIAMAdvertisementStats>> findAdvertisementStats(
+      const std::vector<std::shared_ptr<AdvertisementType>>& advertisements) {
+    return std::vector<std::shared_ptr<ZTIAMAdvertisementStats>>(advertisements.size());
+  }
+  // Changes whenever a record obtained earlier may no longer be the one a look-up gives (the
+  // records were reloaded or reset), so that a holder of records knows to look again.
+  virtual std::uint64_t recordsGeneration() const { return 0; }
 };
 
 }  // namespace iam

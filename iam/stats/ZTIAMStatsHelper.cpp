@@ -2,6 +2,7 @@
 
 #include <string>
 #include <utility>
+#include <vector>
 
 #include "iam/model/Advertisement.h"
 #include "iam/platform/InfoLogSwitch.h"
@@ -12,23 +13,6 @@
 
 namespace iam {
 namespace {
-
-// The record under `key`, made by `make` and added when there is none. A map someone reads
-// outside the lock is not changed: the record goes into a copy that replaces it. Every reader lets
-// go of its map under the lock (`ReadMap`), so the count seen here is exact; a map no one reads
-// grows in place, and adding n new records costs n insertions rather than n copies of the map.
-template <class Map, class Make>
-typename Map::mapped_type getOrCreate(std::mutex& mutex, std::shared_ptr<Map>& map, const std::string& key,
-                                      Make make) {
-  std::shared_ptr<Map> replaced;  // freed after the lock is released
-  std::lock_guard lock(mutex);
-  auto it = map->find(key);
-  if (it != map->end()) return it->second;
-  auto record = make();
-  if (map.use_count() != 1) replaced = std::exchange(map, std::make_shared<Map>(*map));
-  map->emplace(key, record);
-  return record;
-}
 
 // The map as it is now, read without the store's lock; while held, adding a record copies the map.
 template <class Map>
@@ -62,15 +46,41 @@ void saveCurrent(std::mutex& mutex, const std::shared_ptr<Map>& map, std::string
 
 }  // namespace
 
+template <class Map>
+void ZTIAMStatsHelper::Indexed<Map>::install(std::shared_ptr<Map> replacement) {
+  map = std::move(replacement);
+  index.clear();
+  index.reserve(map->size());
+  for (auto& [key, record] : *map) index.emplace(key, &record);
+}
+
+// The record under `key`, made by `make` and added when there is none. A map someone reads
+// outside the lock is not changed: the record goes into a copy that replaces it. Every reader lets
+// go of its map under the lock (`ReadMap`), so the count seen here is exact; a map no one reads
+// grows in place, and adding n new records costs n insertions rather than n copies of the map.
+template <class Map, class Make>
+typename Map::mapped_type ZTIAMStatsHelper::getOrCreate(std::mutex& mutex, Indexed<Map>& indexed,
+                                                        const std::string& key, Make make) {
+  std::shared_ptr<Map> replaced;  // freed after the lock is released
+  std::lock_guard lock(mutex);
+  if (auto it = indexed.index.find(key); it != indexed.index.end()) return *it->second;
+  auto record = make();
+  if (indexed.map.use_count() != 1) {
+    replaced = indexed.map;
+    indexed.install(std::make_shared<Map>(*replaced));
+  }
+  auto [it, added] = indexed.map->emplace(key, record);
+  indexed.index.emplace(it->first, &it->second);
+  return record;
+}
+
 struct ZTIAMStatsHelper::SaveState {
   StatsMapArchiver<ZTIAMAdvertisementStats> advertisementStats;
   StatsMapArchiver<ZTIAMAppEventStats> globalAppEventStats;
 };
 
 ZTIAMStatsHelper::ZTIAMStatsHelper()
-    : advertisementStats_(std::make_shared<AdvertisementStatsMap>()),
-      globalAppEventStats_(std::make_shared<AppEventStatsMap>()),
-      saveState_(std::make_unique<SaveState>()),
+    : saveState_(std::make_unique<SaveState>()),
       queue_(std::make_unique<LegacyZTBackgroundQueue>(std::string(kQueueUniqueId))) {
   queue_->setMaxConcurrentCount(1);
   // Trigger records load untyped inside their advertisement's record; an unregistered class would
@@ -97,6 +107,18 @@ std::shared_ptr<ZTIAMAppEventStats> ZTIAMStatsHelper::getAppEventStatsByEventKey
     record->setEventKey(eventKey);
     return record;
   });
+}
+
+std::vector<std::shared_ptr<ZTIAMAdvertisementStats>> ZTIAMStatsHelper::findAdvertisementStats(
+    const std::vector<std::shared_ptr<AdvertisementType>>& advertisements) {
+  std::vector<std::shared_ptr<ZTIAMAdvertisementStats>> found(advertisements.size());
+  std::lock_guard lock(mutex_);
+  const auto& index = advertisementStats_.index;
+  for (std::size_t i = 0; i < advertisements.size(); ++i) {
+    if (!advertisements[i]) continue;
+    if (auto it = index.find(advertisements[i]->advertisementId()); it != index.end()) found[i] = *it->second;
+  }
+  return found;
 }
 
 void ZTIAMStatsHelper::countAdvertisementEvent(const ZTIAMAdvertisementEvent& event,
@@ -138,8 +160,9 @@ void ZTIAMStatsHelper::handleAppEventWithKey(const std::string& eventKey) {
 void ZTIAMStatsHelper::resetAllStats() {
   {
     std::lock_guard lock(mutex_);
-    advertisementStats_ = std::make_shared<AdvertisementStatsMap>();
-    globalAppEventStats_ = std::make_shared<AppEventStatsMap>();
+    advertisementStats_.install(std::make_shared<AdvertisementStatsMap>());
+    globalAppEventStats_.install(std::make_shared<AppEventStatsMap>());
+    generation_.fetch_add(1, std::memory_order_release);
   }
   saveAdvertisementStats();
   saveGlobalAppEventStats();
@@ -150,7 +173,8 @@ void ZTIAMStatsHelper::loadAdvertisementStats() {
       ZTSettings::getSafeDictionaryFromPreferencesWithKey<ZTIAMAdvertisementStats>(kAdvertisementStatsKey));
   {
     std::lock_guard lock(mutex_);
-    advertisementStats_ = std::move(loaded);
+    advertisementStats_.install(std::move(loaded));
+    generation_.fetch_add(1, std::memory_order_release);
   }
   if (InfoLogSwitch::logInfoEnabled()) {
     LogBridge::info("IAM: Loaded advertisement stats.", kLogFile, __LINE__, "loadAdvertisementStats");
@@ -162,7 +186,8 @@ void ZTIAMStatsHelper::loadGlobalAppEventStats() {
       ZTSettings::getSafeDictionaryFromPreferencesWithKey<ZTIAMAppEventStats>(kGlobalAppEventStatsKey));
   {
     std::lock_guard lock(mutex_);
-    globalAppEventStats_ = std::move(loaded);
+    globalAppEventStats_.install(std::move(loaded));
+    generation_.fetch_add(1, std::memory_order_release);
   }
   if (InfoLogSwitch::logInfoEnabled()) {
     LogBridge::info("IAM: Loaded global app event stats.", kLogFile, __LINE__, "loadGlobalAppEventStats");
@@ -171,22 +196,22 @@ void ZTIAMStatsHelper::loadGlobalAppEventStats() {
 
 void ZTIAMStatsHelper::saveAdvertisementStats() {
   queue_->performNoResultOnBackground(
-      [this] { saveCurrent(mutex_, advertisementStats_, kAdvertisementStatsKey, saveState_->advertisementStats); },
+      [this] { saveCurrent(mutex_, advertisementStats_.map, kAdvertisementStatsKey, saveState_->advertisementStats); },
       nullptr);
 }
 
 void ZTIAMStatsHelper::saveGlobalAppEventStats() {
   queue_->performNoResultOnBackground(
-      [this] { saveCurrent(mutex_, globalAppEventStats_, kGlobalAppEventStatsKey, saveState_->globalAppEventStats); },
+      [this] { saveCurrent(mutex_, globalAppEventStats_.map, kGlobalAppEventStatsKey, saveState_->globalAppEventStats); },
       nullptr);
 }
 
 ZTIAMStatsHelper::AdvertisementStatsMap ZTIAMStatsHelper::advertisementStats() const {
-  return *ReadMap<AdvertisementStatsMap>(mutex_, advertisementStats_);
+  return *ReadMap<AdvertisementStatsMap>(mutex_, advertisementStats_.map);
 }
 
 ZTIAMStatsHelper::AppEventStatsMap ZTIAMStatsHelper::globalAppEventStats() const {
-  return *ReadMap<AppEventStatsMap>(mutex_, globalAppEventStats_);
+  return *ReadMap<AppEventStatsMap>(mutex_, globalAppEventStats_.map);
 }
 
 void ZTIAMStatsHelper::waitUntilSavesAreFinished() { queue_->waitUntilAllOperationsAreFinished(); }

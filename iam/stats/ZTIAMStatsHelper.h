@@ -1,10 +1,14 @@
 #pragma once
 
+#include <atomic>
+#include <cstdint>
 #include <map>
 #include <memory>
 #include <mutex>
 #include <string>
 #include <string_view>
+#include <unordered_map>
+#include <vector>
 
 #include "iam/model/AdvertisementTrigger.h"
 #include "iam/stats/ZTIAMAdvertisementEvent.h"
@@ -46,6 +50,10 @@ class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
   std::shared_ptr<ZTIAMAdvertisementStats> getAdvertisementStatsByAdvertisementId(
       const std::string& advertisementId) override;
   std::shared_ptr<ZTIAMAppEventStats> getAppEventStatsByEventKey(const std::string& eventKey) override;
+  // One look under the lock for a whole list; creates nothing.
+  std::vector<std::shared_ptr<ZTIAMAdvertisementStats>> findAdvertisementStats(
+      const std::vector<std::shared_ptr<AdvertisementType>>& advertisements) override;
+  std::uint64_t recordsGeneration() const override { return generation_.load(std::memory_order_acquire); }
 
   // Count on the record of the event's advertisement, then save the advertisement map. An event
   // without an advertisement is not counted.
@@ -81,9 +89,24 @@ class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
   // A map that a save or a snapshot is reading is never changed: adding a record to it, or
   // emptying it, installs a new map, so that a save reads a consistent map without holding the
   // lock while it encodes. Counting changes only the records.
+  //
+  // Each map has a hashed index beside it for the look-ups: its keys view the map's own keys, so it
+  // is rebuilt whenever a map is replaced. The ordered maps stay what saves and snapshots read.
+  template <class Map>
+  struct Indexed {
+    std::shared_ptr<Map> map = std::make_shared<Map>();
+    std::unordered_map<std::string_view, typename Map::mapped_type*> index;
+    void install(std::shared_ptr<Map> replacement);
+  };
+  template <class Map, class Make>
+  static typename Map::mapped_type getOrCreate(std::mutex& mutex, Indexed<Map>& indexed, const std::string& key,
+                                               Make make);
+
   mutable std::mutex mutex_;
-  std::shared_ptr<AdvertisementStatsMap> advertisementStats_;  // guarded by mutex_
-  std::shared_ptr<AppEventStatsMap> globalAppEventStats_;      // guarded by mutex_
+  Indexed<AdvertisementStatsMap> advertisementStats_;  // guarded by mutex_
+  Indexed<AppEventStatsMap> globalAppEventStats_;      // guarded by mutex_
+  // Raised when a map is replaced by one with other records (load, reset).
+  std::atomic<std::uint64_t> generation_{0};
   // What the previous saves encoded, so that the next one encodes only the records that changed;
   // touched only by save tasks, which run one at a time.
   struct SaveState;

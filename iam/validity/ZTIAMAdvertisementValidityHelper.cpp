@@ -48,6 +48,98 @@ std::int64_t saturatingMultiplyAdd(std::int64_t a, std::int64_t b, std::int64_t 
   return sum;
 }
 
+// The trigger checks once the statistics are fetched; `popupSpacingPassed(minimum)` judges the
+// spacing rule, the first check.
+template <class PopupSpacingPassed>
+bool judgeTrigger(const AdvertisementTriggerType& trigger, const std::string& advertisementId, std::int64_t fireCount,
+                  const ZTIAMAppEventStats* appEventStats,
+                  const std::shared_ptr<const ZTIAMAppConfigType>& appConfig, PopupSpacingPassed popupSpacingPassed) {
+  TimeInterval minimumInterval = appConfig ? appConfig->minimumPopupImpressionTimeInterval() : 0;
+  if (!popupSpacingPassed(minimumInterval)) {
+    if (InfoLogSwitch::logInfoEnabled()) {
+      LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it is too "
+                                  "recent (< {:f} seconds) another has been shown.",
+                                  trigger.eventKey(), advertisementId, minimumInterval),
+                      kLogFile, __LINE__, kIsAdvertisementTriggerValid);
+    }
+    return false;
+  }
+
+  auto maxFireCount = trigger.maxFireCount();
+  if (maxFireCount && fireCount >= *maxFireCount) {
+    if (InfoLogSwitch::logInfoEnabled()) {
+      LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it is has "
+                                  "reached its max fire count.",
+                                  trigger.eventKey(), advertisementId),
+                      kLogFile, __LINE__, kIsAdvertisementTriggerValid);
+    }
+    return false;
+  }
+
+  // Foreground triggers count launches: the app may come to the foreground many times per launch.
+  std::int64_t currentCount = appEventStats ? appEventStats->count() : 0;
+  if (trigger.eventKey() == ZTIAMAdvertisementEventReservedEvents[0]) currentCount = ZTSettings::runCount();
+
+  auto thresholdCount = trigger.thresholdCount();
+  if (thresholdCount && currentCount < *thresholdCount) {
+    if (InfoLogSwitch::logInfoEnabled()) {
+      LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it has not "
+                                  "reached its treshold. Current count: [ZTSettings runCount], treshold: {}",
+                                  trigger.eventKey(), advertisementId, *thresholdCount),
+                      kLogFile, __LINE__, kIsAdvertisementTriggerValid);
+    }
+    return false;
+  }
+
+  auto repeatIntervalCount = trigger.repeatIntervalCount();
+  if (!repeatIntervalCount) return true;
+  if (fireCount < 1) return true;
+  std::int64_t nextThreshold = saturatingMultiplyAdd(thresholdCount.value_or(0), fireCount, *repeatIntervalCount);
+  if (currentCount >= nextThreshold) return true;
+  if (InfoLogSwitch::logInfoEnabled()) {
+    LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it has not "
+                                "reached its repeat treshold. Current count: [ZTSettings runCount], repeat treshold: "
+                                "nextTreshold",
+                                trigger.eventKey(), advertisementId),
+                    kLogFile, __LINE__, kIsAdvertisementTriggerValid);
+  }
+  return false;
+}
+
+// Elapsed strictly greater than the minimum; an impression stamped in the future holds back.
+template <class MostRecent>
+bool spacingPassed(const AdvertisementTriggerType& trigger, TimeInterval minimumPopupImpressionTimeInterval,
+                   MostRecent mostRecent) {
+  auto advertisement = trigger.advertisement();
+  if (advertisement && advertisement->ignoreGlobalMinimumPopupTimeInterval()) return true;
+  auto displayType = advertisement ? advertisement->displayType() : ZTIAMAdvertisementDisplayTypeInvalid;
+  if (!ZTIAMAdvertisementValidityHelper::shouldCheckForImpressionTimeintervalForDisplayType(displayType)) return true;
+  const std::optional<Date> date = mostRecent();
+  if (!date) return true;
+  return timeIntervalBetween(*date, Clock::currentDate()) < -minimumPopupImpressionTimeInterval;
+}
+
+// The latest impression over the list's popup advertisements; `recordAt(i)` gives the record of
+// the i-th, which it makes if needed.
+template <class RecordAt>
+std::optional<Date> mostRecentPopupImpression(const ZTIAMAdvertisementValidityHelper::Advertisements& advertisements,
+                                              RecordAt recordAt) {
+  std::optional<Date> best;
+  for (std::size_t i = 0; i < advertisements.size(); ++i) {
+    const auto& advertisement = advertisements[i];
+    if (!advertisement ||
+        !ZTIAMAdvertisementValidityHelper::shouldCheckForImpressionTimeintervalForDisplayType(
+            advertisement->displayType()))
+      continue;
+    const auto& stats = recordAt(i);
+    if (!stats) continue;
+    auto date = stats->mostRecentImpressionDate();
+    if (!date) continue;
+    if (!best || *date > *best) best = date;
+  }
+  return best;
+}
+
 }  // namespace
 
 // Messages 7 and 8 below are written without asking the info switch: the two capability refusals
@@ -171,63 +263,30 @@ bool ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(
   // A trigger whose advertisement is gone has nothing to be shown for.
   auto advertisement = trigger.advertisement();
   if (!advertisement) return false;
-  const std::string& advertisementId = advertisement->advertisementId();
 
-  auto advertisementStats = statsGetter.getAdvertisementStatsByAdvertisementId(advertisementId);
+  auto advertisementStats = statsGetter.getAdvertisementStatsByAdvertisementId(advertisement->advertisementId());
   auto triggerStats = advertisementStats ? advertisementStats->getTriggerStatsWithTriggerId(trigger.triggerId()) : nullptr;
   auto appEventStats = statsGetter.getAppEventStatsByEventKey(trigger.eventKey());
-  const std::int64_t fireCount = triggerStats ? triggerStats->count() : 0;
+  return judgeTrigger(trigger, advertisement->advertisementId(), triggerStats ? triggerStats->count() : 0,
+                      appEventStats.get(), appConfig, [&](TimeInterval minimum) {
+                        return popupImpressionTimeIntervalHasPassed(trigger, statsGetter, advertisements, minimum,
+                                                                    memo);
+                      });
+}
 
-  TimeInterval minimumInterval = appConfig ? appConfig->minimumPopupImpressionTimeInterval() : 0;
-  if (!popupImpressionTimeIntervalHasPassed(trigger, statsGetter, advertisements, minimumInterval, memo)) {
-    if (InfoLogSwitch::logInfoEnabled()) {
-      LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it is too "
-                                  "recent (< {:f} seconds) another has been shown.",
-                                  trigger.eventKey(), advertisementId, minimumInterval),
-                      kLogFile, __LINE__, kIsAdvertisementTriggerValid);
-    }
-    return false;
-  }
+bool ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(
+    const AdvertisementTriggerType& trigger, AdvertisementStatsView& view, std::size_t index,
+    const std::shared_ptr<const ZTIAMAppConfigType>& appConfig, PopupImpressionMemo& memo) {
+  auto advertisement = trigger.advertisement();
+  if (!advertisement) return false;
 
-  auto maxFireCount = trigger.maxFireCount();
-  if (maxFireCount && fireCount >= *maxFireCount) {
-    if (InfoLogSwitch::logInfoEnabled()) {
-      LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it is has "
-                                  "reached its max fire count.",
-                                  trigger.eventKey(), advertisementId),
-                      kLogFile, __LINE__, kIsAdvertisementTriggerValid);
-    }
-    return false;
-  }
-
-  // Foreground triggers count launches: the app may come to the foreground many times per launch.
-  std::int64_t currentCount = appEventStats ? appEventStats->count() : 0;
-  if (trigger.eventKey() == ZTIAMAdvertisementEventReservedEvents[0]) currentCount = ZTSettings::runCount();
-
-  auto thresholdCount = trigger.thresholdCount();
-  if (thresholdCount && currentCount < *thresholdCount) {
-    if (InfoLogSwitch::logInfoEnabled()) {
-      LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it has not "
-                                  "reached its treshold. Current count: [ZTSettings runCount], treshold: {}",
-                                  trigger.eventKey(), advertisementId, *thresholdCount),
-                      kLogFile, __LINE__, kIsAdvertisementTriggerValid);
-    }
-    return false;
-  }
-
-  auto repeatIntervalCount = trigger.repeatIntervalCount();
-  if (!repeatIntervalCount) return true;
-  if (fireCount < 1) return true;
-  std::int64_t nextThreshold = saturatingMultiplyAdd(thresholdCount.value_or(0), fireCount, *repeatIntervalCount);
-  if (currentCount >= nextThreshold) return true;
-  if (InfoLogSwitch::logInfoEnabled()) {
-    LogBridge::info(fmt::format("IAM: Trigger '{}' for advertisement '{}' is currently not valid because it has not "
-                                "reached its repeat treshold. Current count: [ZTSettings runCount], repeat treshold: "
-                                "nextTreshold",
-                                trigger.eventKey(), advertisementId),
-                    kLogFile, __LINE__, kIsAdvertisementTriggerValid);
-  }
-  return false;
+  auto advertisementStats = view.advertisementStats(*advertisement, index);
+  auto triggerStats = advertisementStats ? advertisementStats->getTriggerStatsWithTriggerId(trigger.triggerId()) : nullptr;
+  auto appEventStats = view.appEventStats(trigger.eventKey());
+  return judgeTrigger(trigger, advertisement->advertisementId(), triggerStats ? triggerStats->count() : 0,
+                      appEventStats.get(), appConfig, [&](TimeInterval minimum) {
+                        return spacingPassed(trigger, minimum, [&] { return memo.get(view); });
+                      });
 }
 
 bool ZTIAMAdvertisementValidityHelper::shouldCheckForImpressionTimeintervalForDisplayType(
@@ -238,36 +297,37 @@ bool ZTIAMAdvertisementValidityHelper::shouldCheckForImpressionTimeintervalForDi
 bool ZTIAMAdvertisementValidityHelper::popupImpressionTimeIntervalHasPassed(
     const AdvertisementTriggerType& trigger, ZTIAMStatsGetterHelper& statsGetter, const Advertisements& advertisements,
     TimeInterval minimumPopupImpressionTimeInterval, PopupImpressionMemo* memo) {
-  auto advertisement = trigger.advertisement();
-  if (advertisement && advertisement->ignoreGlobalMinimumPopupTimeInterval()) return true;
-  auto displayType = advertisement ? advertisement->displayType() : ZTIAMAdvertisementDisplayTypeInvalid;
-  if (!shouldCheckForImpressionTimeintervalForDisplayType(displayType)) return true;
-
-  auto mostRecent = memo ? memo->get(advertisements, statsGetter)
-                         : mostRecentPopupAdvertisementImpressionDateForAdvertisements(advertisements, statsGetter);
-  if (!mostRecent) return true;
-  // Elapsed strictly greater than the minimum; an impression stamped in the future holds back.
-  return timeIntervalBetween(*mostRecent, Clock::currentDate()) < -minimumPopupImpressionTimeInterval;
+  return spacingPassed(trigger, minimumPopupImpressionTimeInterval, [&] {
+    return memo ? memo->get(advertisements, statsGetter)
+                : mostRecentPopupAdvertisementImpressionDateForAdvertisements(advertisements, statsGetter);
+  });
 }
 
 std::optional<Date> ZTIAMAdvertisementValidityHelper::mostRecentPopupAdvertisementImpressionDateForAdvertisements(
     const Advertisements& advertisements, ZTIAMStatsGetterHelper& statsGetter) {
-  std::optional<Date> best;
-  for (const auto& advertisement : advertisements) {
-    if (!advertisement || !shouldCheckForImpressionTimeintervalForDisplayType(advertisement->displayType())) continue;
-    auto stats = statsGetter.getAdvertisementStatsByAdvertisementId(advertisement->advertisementId());
-    if (!stats) continue;
-    auto date = stats->mostRecentImpressionDate();
-    if (!date) continue;
-    if (!best || *date > *best) best = date;
-  }
-  return best;
+  return mostRecentPopupImpression(advertisements, [&](std::size_t i) {
+    return statsGetter.getAdvertisementStatsByAdvertisementId(advertisements[i]->advertisementId());
+  });
+}
+
+std::optional<Date> ZTIAMAdvertisementValidityHelper::mostRecentPopupAdvertisementImpressionDateForAdvertisements(
+    AdvertisementStatsView& view) {
+  return mostRecentPopupImpression(view.advertisements(),
+                                   [&](std::size_t i) -> decltype(auto) { return view.advertisementStats(i); });
 }
 
 std::optional<Date> ZTIAMAdvertisementValidityHelper::PopupImpressionMemo::get(const Advertisements& advertisements,
                                                                                ZTIAMStatsGetterHelper& statsGetter) {
   if (!known_) {
     date_ = mostRecentPopupAdvertisementImpressionDateForAdvertisements(advertisements, statsGetter);
+    known_ = true;
+  }
+  return date_;
+}
+
+std::optional<Date> ZTIAMAdvertisementValidityHelper::PopupImpressionMemo::get(AdvertisementStatsView& view) {
+  if (!known_) {
+    date_ = mostRecentPopupAdvertisementImpressionDateForAdvertisements(view);
     known_ = true;
   }
   return date_;

@@ -1,5 +1,6 @@
 #pragma once
 
+#include <cstddef>
 #include <memory>
 #include <optional>
 #include <vector>
@@ -9,6 +10,7 @@
 #include "iam/model/ZTIAMAdvertisementDisplayType.h"
 #include "iam/platform/Date.h"
 #include "iam/service/ZTIAMAppConfigType.h"
+#include "iam/stats/AdvertisementStatsView.h"
 #include "iam/stats/ZTIAMAdvertisementStats.h"
 #include "iam/stats/ZTIAMStatsGetterHelper.h"
 
@@ -32,6 +34,7 @@ class ZTIAMAdvertisementValidityHelper {
   class PopupImpressionMemo {
    public:
     std::optional<Date> get(const Advertisements& advertisements, ZTIAMStatsGetterHelper& statsGetter);
+    std::optional<Date> get(AdvertisementStatsView& view);
 
    private:
     bool known_ = false;
@@ -59,6 +62,10 @@ class ZTIAMAdvertisementValidityHelper {
                                           const Advertisements& advertisements,
                                           const std::shared_ptr<const ZTIAMAppConfigType>& appConfig,
                                           PopupImpressionMemo* memo = nullptr);
+  // The same over a walk's view of its list, with the trigger's advertisement at `index` there.
+  static bool isAdvertisementTriggerValid(const AdvertisementTriggerType& trigger, AdvertisementStatsView& view,
+                                          std::size_t index, const std::shared_ptr<const ZTIAMAppConfigType>& appConfig,
+                                          PopupImpressionMemo& memo);
   // Every display type but the interstitial preload counts as a popup.
   static bool shouldCheckForImpressionTimeintervalForDisplayType(ZTIAMAdvertisementDisplayType displayType);
   static bool popupImpressionTimeIntervalHasPassed(const AdvertisementTriggerType& trigger,
@@ -70,6 +77,7 @@ class ZTIAMAdvertisementValidityHelper {
   // the list is taken.
   static std::optional<Date> mostRecentPopupAdvertisementImpressionDateForAdvertisements(
       const Advertisements& advertisements, ZTIAMStatsGetterHelper& statsGetter);
+  static std::optional<Date> mostRecentPopupAdvertisementImpressionDateForAdvertisements(AdvertisementStatsView& view);
 };
 
 }  // namespace iam

@@ -39,6 +39,28 @@ TEST_F(AppEventTest, ALaunchAfterAnUpdateCountsAsAppUpdatedOnly) {
   EXPECT_EQ(events("System - app updated") * 10 + events("appToForeground"), 10);
 }
 
+// A walk starts from the records the walk before it fetched; a reset or a new answer in between
+// must be seen, and each advertisement judged by its own record wherever it now stands.
+TEST_F(AppEventTest, WalksJudgeByTheRecordsHeldNowAfterAResetOrANewAnswer) {
+  auto capped = [&](const std::string& id) {
+    return ad(id, kInterstitial, {{"triggers", {on(id + "t", "ev")}}, {"lifecycle", {{"maxImpressionCount", 1}}}});
+  };
+  start({capped("a"), capped("b")});
+  EXPECT_EQ(fire("ev"), Ids{"a"});
+  EXPECT_EQ(fire("ev"), Ids{"a"});  // a cap of 1 allows a second impression
+  EXPECT_EQ(fire("ev"), Ids{"b"});
+  manager_->resetAllStats();
+  EXPECT_EQ(fire("ev"), Ids{"a"});
+  EXPECT_EQ(fire("ev"), Ids{"a"});
+  service_.setAnswer(kAds, adsAnswer({}, 0, json::array({capped("b"), capped("a")})));
+  manager_->forceRefreshOfData();
+  finishRequests();
+  EXPECT_EQ(fire("ev"), Ids{"b"});
+  EXPECT_EQ(fire("ev"), Ids{"b"});
+  EXPECT_EQ(fire("ev"), Ids{});
+  EXPECT_EQ(stats("a")->numberOfImpressions() * 10 + stats("b")->numberOfImpressions(), 22);
+}
+
 TEST_F(AppEventTest, TapsOpenByActionTypeOnlyAllowedSchemesAndAreAlwaysCounted) {
   const auto click = ZTIAMAdvertisementEventTypeClick;
   const std::string refused = "IAM: Not opening url, its scheme ";

@@ -180,6 +180,14 @@ TEST_F(StatsStoreTest, SavesWriteWhatAFullEncodingGivesAfterRandomEventsResetsAn
     const auto [adBytes, eventBytes] = encoded(*helper);
     ASSERT_EQ(recording->dataForKey(adKey), adBytes) << "step " << step;
     ASSERT_EQ(recording->dataForKey(eventKey), eventBytes) << "step " << step;
+    // The look-up index agrees with the map, and finding creates nothing.
+    const auto map = helper->advertisementStats();
+    const auto found = helper->findAdvertisementStats(ads);
+    ASSERT_EQ(helper->advertisementStats().size(), map.size());
+    for (std::size_t i = 0; i < ads.size(); ++i) {
+      const auto it = map.find(ads[i]->advertisementId());
+      ASSERT_EQ(found[i], it == map.end() ? nullptr : it->second) << "step " << step;
+    }
   }
 }
 
