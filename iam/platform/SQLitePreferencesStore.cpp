@@ -89,7 +89,7 @@ struct SQLitePreferencesStore::Impl {
   sqlite3* db = nullptr;
   Statement select, upsert, remove, keys, everything, begin, commit, rollback;
   std::pair<dev_t, ino_t> fileId{};  // which file `db` opened, so that only that one is renamed
-  // Values not yet in the file, newest first in line: none stands for a removal.
+  // Values newer than the file's, not yet written (none stands for a removal).
   std::map<std::string, std::optional<Bytes>, std::less<>> pending;
   bool writesFailing = false;  // one log line per streak of failed writes
   bool readFailureLogged = false;
@@ -116,8 +116,8 @@ struct SQLitePreferencesStore::Impl {
     return rc;
   }
 
-  // Opens the file and readies the statements. On failure the connection is closed, the failing
-  // step is in `failed` and SQLite's code is returned.
+  // Opens the file and readies the statements. On failure the failing step is in `failed`, SQLite's
+  // code is returned and the connection is closed, but for an unreadable file (see `moveAside`).
   int connect(std::string& failed) {
     const int flags = (readOnly ? SQLITE_OPEN_READONLY : SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE) |
                       SQLITE_OPEN_NOMUTEX;  // the store serialises access itself

@@ -187,7 +187,9 @@ TEST_F(PreferencesTest, UnreadableFilesAreMovedAsideKeepingWhatCanBeRead) {
     }
     // SQLite refuses a file shorter than its header says as a whole; overwritten pages cost only
     // the rows on them.
-    if (damage == 0) EXPECT_GT(kept, 0);
+    if (damage == 0) {
+      EXPECT_GT(kept, 0);
+    }
     EXPECT_LT(kept, 10);
     EXPECT_TRUE(std::filesystem::exists(path + ".corrupt-" + std::to_string(damage + 2)));
     EXPECT_EQ(env.log().records().size(), 1u);

@@ -2,6 +2,7 @@
 #include <random>
 
 #include "iam/platform/KeyedUnarchiver.h"
+#include "iam/platform/ZTSettings.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
 #include "manager/ManagerFixture.h"
 #include "reliability/ReliabilityRuns.h"
@@ -16,6 +17,8 @@ TEST_F(ManagerTest, DamagedStoredValuesReadAsAbsentAndTheManagerStartsEveryTime)
   const json trigger = json::array({{{"id", "pt"}, {"key", "ev"}}});
   service_.setAnswer(kAds, adsAnswer({"r"}, 0, json::array({ad("p", 15, {{"triggers", trigger}})})));
   activeManager();
+  manager_->setNativeQualityNetworkEnabled(true);
+  finishRequests();
   manager_->handleAppEvent("ev");
   env_.settle();
   dropManager();
@@ -54,7 +57,9 @@ TEST_F(ManagerTest, DamagedStoredValuesReadAsAbsentAndTheManagerStartsEveryTime)
     activeManager();
     // Held: the cached answer, or a fresh one when the cached one could not be read.
     EXPECT_TRUE(manager_->mostRecentAdvertisementResponse()) << "round " << round;
-    if (answerLost) EXPECT_GT(service_.requestCount(kAds), requests) << "round " << round;
+    if (answerLost) {
+      EXPECT_GT(service_.requestCount(kAds), requests) << "round " << round;
+    }
     // Counting goes on, and what is saved next reads back.
     manager_->handleAppEvent("ev");
     env_.settle();

@@ -27,7 +27,7 @@ namespace {
 // One run of the child over `prefs`, reading its report lines as they come.
 class Child {
  public:
-  Child(const std::string& prefs, long loops) {
+  Child(const std::string& prefs, long loops, const char* mode = nullptr) {
     int fds[2];
     if (::pipe2(fds, O_CLOEXEC) != 0) return;
     read_ = fds[0];
@@ -36,7 +36,7 @@ class Child {
     posix_spawn_file_actions_adddup2(&actions, fds[1], 3);  // dup2 drops close-on-exec
     const std::string loopText = std::to_string(loops);
     char* argv[] = {const_cast<char*>(IAM_CRASH_CHILD), const_cast<char*>(prefs.c_str()), const_cast<char*>("3"),
-                    const_cast<char*>(loopText.c_str()), nullptr};
+                    const_cast<char*>(loopText.c_str()), const_cast<char*>(mode), nullptr};
     if (posix_spawn(&pid_, IAM_CRASH_CHILD, &actions, nullptr, argv, environ) != 0) pid_ = -1;
     posix_spawn_file_actions_destroy(&actions);
     ::close(fds[1]);
@@ -142,6 +142,32 @@ TEST(CrashSafetyTest, CountsSeenSavedSurviveSIGKILLAtAnyMoment) {
   }
   std::cout << "crash safety: " << kills << " kills, " << seen.starts << " starts, " << seen.saves
             << " saves reported, last counts " << seen.events << " events / " << seen.fires << " trigger fires\n";
+}
+
+TEST(CrashSafetyTest, CountingGoesOnWhileTheFileCannotGrowAndReachesItOnceItCan) {
+  testing::ScratchDirectory dir;
+  const std::string prefs = dir.file("preferences.sqlite");
+  Seen seen;
+  Child(prefs, 3).wait();
+  Child full(prefs, 8, "full");
+  std::vector<std::string> logs;
+  while (auto line = full.line()) {
+    if (line->rfind("log ", 0) == 0) {
+      logs.push_back(*line);
+    } else {
+      seen.take(*line);
+    }
+  }
+  EXPECT_EQ(full.wait(), 0);
+  // One line when writing starts to fail, one when it works again; none for the writes between.
+  ASSERT_EQ(logs.size(), 2u);
+  EXPECT_NE(logs[0].find("writing failed"), std::string::npos) << logs[0];
+  EXPECT_NE(logs[1].find("writing works again"), std::string::npos) << logs[1];
+  const std::int64_t counted = seen.events;
+  EXPECT_EQ(seen.saves, 8);
+  Child after(prefs, 0);
+  while (auto line = after.line()) seen.take(*line);
+  EXPECT_EQ(seen.events, counted);
 }
 
 }  // namespace

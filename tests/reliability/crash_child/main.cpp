@@ -2,10 +2,13 @@
 // file descriptor what it found when it started and each count it has seen saved. A parent kills
 // it at random moments and checks that no count it was told about is ever lost.
 //
-//   crash_child PREFERENCES_FILE REPORT_FD LOOPS     (LOOPS 0: report what was found and exit)
+//   crash_child PREFERENCES_FILE REPORT_FD LOOPS [full]
 //
-// Lines written: "start EVENTS FIRES LAUNCHES", "saved EVENTS FIRES", "unreadable KEY".
+// LOOPS 0 reports what was found and exits. With "full" the file cannot grow (a file size limit, as
+// on a full disk) for all loops but the last. The store's log lines are reported too.
+// Lines written: "start EVENTS FIRES LAUNCHES", "saved EVENTS FIRES", "unreadable KEY", "log MESSAGE".
 
+#include <sys/resource.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -17,6 +20,7 @@
 #include "iam/ArchivableClasses.h"
 #include "iam/manager/ZTInAppMarketingManager.h"
 #include "iam/platform/KeyedUnarchiver.h"
+#include "iam/platform/LogBridge.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/SQLitePreferencesStore.h"
 #include "iam/platform/ZTDispatchTools.h"
@@ -64,12 +68,18 @@ std::string answer() {
 }  // namespace
 
 int main(int argc, char** argv) {
-  if (argc != 4) return 2;
+  if (argc != 4 && argc != 5) return 2;
+  const bool full = argc == 5 && std::string(argv[4]) == "full";
   std::signal(SIGPIPE, SIG_IGN);
+  std::signal(SIGXFSZ, SIG_IGN);  // a write past the limit fails with EFBIG instead
   reportFd = std::atoi(argv[2]);
   const long loops = std::atol(argv[3]);
 
   RunLoop::main().runUntilIdle();  // this thread is the main thread
+  // The parent hears what the store says; the rest (a preload nobody shows) is expected noise.
+  LogBridge::setSink([](const LogRecord& r) {
+    if (r.filename == "iam/platform/SQLitePreferencesStore") report("log " + r.message);
+  });
   registerArchivableClasses();
   auto store = SQLitePreferencesStore::open(argv[1]);
   if (!store) return 2;
@@ -91,7 +101,12 @@ int main(int argc, char** argv) {
   };
   report("start " + counts() + " " + std::to_string(launches));
   manager->setActive(true);
+  ZTDispatchTools::settle();
   for (long i = 0; i < loops; ++i) {
+    if (full) {
+      const rlimit limit{i + 1 < loops ? 1 : RLIM_INFINITY, RLIM_INFINITY};
+      ::setrlimit(RLIMIT_FSIZE, &limit);
+    }
     manager->handleAppEvent("ev");
     // The count is on the pool; its save is queued behind it on the statistics queue.
     ZTDispatchTools::settle();
