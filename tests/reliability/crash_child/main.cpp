@@ -5,7 +5,8 @@
 //   crash_child PREFERENCES_FILE REPORT_FD LOOPS [full]
 //
 // LOOPS 0 reports what was found and exits. With "full" the file cannot grow (a file size limit, as
-// on a full disk) for all loops but the last. The store's log lines are reported too.
+// on a full disk) from before the launch is counted until the last loop. The store's log lines are
+// reported too.
 // Lines written: "start EVENTS FIRES LAUNCHES", "saved EVENTS FIRES", "unreadable KEY", "log MESSAGE".
 
 #include <sys/resource.h>
@@ -93,6 +94,11 @@ int main(int argc, char** argv) {
   if (!service.start()) return 2;
   IAMWebService::setDefaultBaseUrl(service.baseUrl());
 
+  auto limitFileSize = [](rlim_t bytes) {
+    const rlimit limit{bytes, RLIM_INFINITY};
+    ::setrlimit(RLIMIT_FSIZE, &limit);
+  };
+  if (full) limitFileSize(1);
   const std::int64_t launches = ZTSettings::incrementRunCount();
   auto manager = ZTInAppMarketingManager::create();
   auto counts = [&] {
@@ -103,10 +109,7 @@ int main(int argc, char** argv) {
   manager->setActive(true);
   ZTDispatchTools::settle();
   for (long i = 0; i < loops; ++i) {
-    if (full) {
-      const rlimit limit{i + 1 < loops ? 1 : RLIM_INFINITY, RLIM_INFINITY};
-      ::setrlimit(RLIMIT_FSIZE, &limit);
-    }
+    if (full && i + 1 == loops) limitFileSize(RLIM_INFINITY);
     manager->handleAppEvent("ev");
     // The count is on the pool; its save is queued behind it on the statistics queue.
     ZTDispatchTools::settle();
