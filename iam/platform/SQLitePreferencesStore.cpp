@@ -133,7 +133,7 @@ struct SQLitePreferencesStore::Impl {
                            "CREATE TABLE IF NOT EXISTS preferences (key TEXT PRIMARY KEY NOT NULL, value BLOB NOT NULL)"};
     for (const char* sql : setup) {
       if (rc != SQLITE_OK || readOnly) break;
-      if ((rc = sqlite3_exec(db, sql, nullptr, nullptr, nullptr)) != SQLITE_OK) failed = fmt::format("'{}'", sql);
+      if ((rc = sqlite3_exec(db, sql, nullptr, nullptr, nullptr)) != SQLITE_OK) failed = fmt::format("'{}' failed", sql);
     }
     const std::pair<Statement*, const char*> statements[] = {
         {&select, "SELECT value FROM preferences WHERE key = ?1"},
@@ -146,10 +146,10 @@ struct SQLitePreferencesStore::Impl {
         {&rollback, "ROLLBACK"}};
     for (const auto& [statement, sql] : statements) {
       if (rc != SQLITE_OK) break;
-      if ((rc = prepare(*statement, sql)) != SQLITE_OK) failed = fmt::format("preparing '{}'", sql);
+      if ((rc = prepare(*statement, sql)) != SQLITE_OK) failed = fmt::format("preparing '{}' failed", sql);
     }
     if (rc != SQLITE_OK) {
-      if (failed.empty()) failed = "opening the file";
+      if (failed.empty()) failed = "opening the file failed";
       failed += fmt::format(": {}", message());
       rc = errorCode();
       // An unreadable file stays open for `moveAside`: closing the last connection deletes its WAL.
@@ -305,14 +305,14 @@ std::shared_ptr<SQLitePreferencesStore> SQLitePreferencesStore::open(const std::
     impl->readOnly = true;
     std::string readFailed;
     if (impl->connect(readFailed) == SQLITE_OK) {
-      impl->logError(fmt::format("{} failed; opened the file read-only, changes are kept in memory", failed),
+      impl->logError(fmt::format("{}; opened the file read-only, changes are kept in memory", failed),
                      __LINE__, "open");
       impl->writesFailing = true;
       rc = SQLITE_OK;
     }
   }
   if (rc != SQLITE_OK) {
-    impl->logError(fmt::format("{} failed", failed), __LINE__, "open");
+    impl->logError(failed, __LINE__, "open");
     return nullptr;
   }
   return std::make_shared<SQLitePreferencesStore>(std::move(impl));
