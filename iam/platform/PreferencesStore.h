@@ -18,7 +18,8 @@ class PreferencesStore {
   virtual ~PreferencesStore() = default;
 
   virtual std::optional<std::vector<std::uint8_t>> dataForKey(std::string_view key) const = 0;
-  // False when the write failed (the store keeps the previous value then).
+  // False when the value did not reach lasting storage. The SQLite store keeps it in memory then
+  // (reads see it) and writes it with its next write that succeeds.
   virtual bool setData(std::span<const std::uint8_t> data, std::string_view key) = 0;
   virtual void removeObjectForKey(std::string_view key) = 0;
   virtual std::vector<std::string> allKeys() const = 0;

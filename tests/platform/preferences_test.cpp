@@ -5,7 +5,9 @@
 #include <limits>
 #include <sqlite3.h>
 
+#include <filesystem>
 #include <fstream>
+#include <map>
 
 #include "iam/platform/ArchiveClassRegistry.h"
 #include "iam/platform/LogBridge.h"
@@ -35,6 +37,11 @@ struct Counter : Archivable {
 [[maybe_unused]] const bool kCounterRegistered = (ArchiveClassRegistry::registerClass<Counter>(), true);
 
 Bytes bytes(std::string_view s) { return Bytes(s.begin(), s.end()); }
+
+std::string fileBytes(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  return std::string(std::istreambuf_iterator<char>(in), {});
+}
 
 // What every store promises, run against each implementation.
 void checkStoreContract(PreferencesStore& store) {
@@ -108,10 +115,12 @@ TEST_F(PreferencesTest, SQLiteStoreKeepsValuesAcrossReopenInWALModeAndSharesTheF
 TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
   EXPECT_FALSE(SQLitePreferencesStore::open(dir_.file("no/such/dir/prefs.sqlite")));
   EXPECT_FALSE(SQLitePreferencesStore::open(""));
+  EXPECT_FALSE(SQLitePreferencesStore::open(dir_.path().string()));  // a directory
+  // A reader never renames: a damaged file stays where it is.
   const std::string garbage = dir_.file("garbage.sqlite");
   std::ofstream(garbage, std::ios::binary) << std::string(4096, '\x5a');
-  EXPECT_FALSE(SQLitePreferencesStore::open(garbage));
-  EXPECT_FALSE(SQLitePreferencesStore::open(dir_.path().string()));  // a directory
+  EXPECT_FALSE(SQLitePreferencesStore::open(garbage, SQLitePreferencesStore::Mode::ReadOnly));
+  EXPECT_EQ(fileBytes(garbage), std::string(4096, '\x5a'));
 
   const auto records = env.log().records();
   ASSERT_EQ(records.size(), 4u);
@@ -119,8 +128,113 @@ TEST_F(PreferencesTest, UnopenableFilesGiveNoneAndAreLogged) {
     EXPECT_EQ(r.level, LogLevel::Error);
     EXPECT_EQ(r.filename, "iam/platform/SQLitePreferencesStore");
     EXPECT_EQ(r.function, "open");
-    EXPECT_EQ(r.message.rfind("IAM: ", 0), 0u) << r.message;
+    EXPECT_EQ(r.message.rfind("IAM: Preferences store: ", 0), 0u) << r.message;
   }
+}
+
+// Ten values of 3 KB each, so that the table spans pages; the connection is closed afterwards
+// and the WAL folded into the file.
+std::map<std::string, Bytes> writeValues(const std::string& path) {
+  std::map<std::string, Bytes> values;
+  auto store = SQLitePreferencesStore::open(path);
+  for (int i = 0; i < 10; ++i) {
+    const std::string key = "key" + std::to_string(i);
+    values[key] = Bytes(3000, static_cast<std::uint8_t>('a' + i));
+    EXPECT_TRUE(store->setData(values[key], key));
+  }
+  return values;
+}
+
+TEST_F(PreferencesTest, UnreadableFilesAreMovedAsideKeepingWhatCanBeRead) {
+  const std::string path = dir_.file("prefs.sqlite");
+  const std::string notADatabase(8192, '\x5a');
+  std::ofstream(path, std::ios::binary) << notADatabase;
+  std::ofstream(path + "-wal", std::ios::binary) << "wal bytes";
+  {
+    auto store = SQLitePreferencesStore::open(path);
+    ASSERT_TRUE(store);
+    EXPECT_EQ(fileBytes(path + ".corrupt-1"), notADatabase);  // moved, never deleted
+    EXPECT_EQ(fileBytes(path + ".corrupt-1-wal"), "wal bytes");
+    EXPECT_TRUE(store->allKeys().empty());
+    EXPECT_TRUE(store->setData(bytes("fresh"), "k"));
+  }
+  ASSERT_EQ(env.log().records().size(), 1u);
+  EXPECT_NE(env.log().records()[0].message.find("moved it aside to " + path + ".corrupt-1 and started a new file"),
+            std::string::npos);
+
+  // Pages overwritten in the middle, then a file cut short: each damaged file is moved aside once,
+  // to the next free name, and every value read is whole or absent, never garbage.
+  for (int damage = 0; damage < 2; ++damage) {
+    std::filesystem::remove(path);
+    const auto values = writeValues(path);
+    if (damage == 0) {
+      std::fstream f(path, std::ios::binary | std::ios::in | std::ios::out);
+      f.seekp(3 * 4096);
+      f << std::string(2 * 4096, '\xa5');
+    } else {
+      std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
+    }
+    env.log().clear();
+    auto store = SQLitePreferencesStore::open(path);
+    ASSERT_TRUE(store);
+    int kept = 0;
+    for (const auto& [key, value] : values) {
+      auto read = store->dataForKey(key);
+      if (read) {
+        EXPECT_EQ(*read, value) << key;
+      }
+      kept += read.has_value();
+    }
+    // SQLite refuses a file shorter than its header says as a whole; overwritten pages cost only
+    // the rows on them.
+    if (damage == 0) {
+      EXPECT_GT(kept, 0);
+    }
+    EXPECT_LT(kept, 10);
+    EXPECT_TRUE(std::filesystem::exists(path + ".corrupt-" + std::to_string(damage + 2)));
+    EXPECT_EQ(env.log().records().size(), 1u);
+    // What could be read is in the new file already.
+    store.reset();
+    auto reopened = SQLitePreferencesStore::open(path, SQLitePreferencesStore::Mode::ReadOnly);
+    ASSERT_TRUE(reopened);
+    EXPECT_EQ(reopened->allKeys().size(), static_cast<std::size_t>(kept));
+  }
+}
+
+TEST_F(PreferencesTest, FailedWritesStayInMemoryUntilAWriteSucceeds) {
+  const std::string path = dir_.file("prefs.sqlite");
+  {
+    auto store = SQLitePreferencesStore::open(path);
+    ASSERT_TRUE(store->setData(bytes("old"), "kept"));
+    ASSERT_TRUE(store->setData(bytes("gone"), "removed"));
+    store->limitPageCountForTesting(1);  // as full as the file is now
+    const Bytes big(20000, 7);
+    EXPECT_FALSE(store->setData(big, "big"));
+    EXPECT_FALSE(store->setData(bytes("new"), "kept"));
+    store->removeObjectForKey("removed");
+    EXPECT_EQ(store->dataForKey("big"), big);
+    EXPECT_EQ(store->dataForKey("kept"), bytes("new"));
+    EXPECT_EQ(store->dataForKey("removed"), std::nullopt);
+    EXPECT_EQ(store->allKeys(), (std::vector<std::string>{"big", "kept"}));
+    ASSERT_EQ(env.log().records().size(), 1u);  // once per streak, not per write
+    EXPECT_EQ(env.log().records()[0].level, LogLevel::Error);
+    EXPECT_NE(env.log().records()[0].message.find("values are kept in memory"), std::string::npos);
+
+    store->limitPageCountForTesting(1 << 20);
+    EXPECT_TRUE(store->setData(bytes("1"), "later"));
+    ASSERT_EQ(env.log().records().size(), 2u);
+    EXPECT_NE(env.log().records()[1].message.find("writing works again; 4 values"), std::string::npos);
+  }
+  // A read-only store reads the file, keeps its own writes in memory and leaves the file alone.
+  {
+    auto reader = SQLitePreferencesStore::open(path, SQLitePreferencesStore::Mode::ReadOnly);
+    ASSERT_TRUE(reader);
+    EXPECT_EQ(reader->allKeys(), (std::vector<std::string>{"big", "kept", "later"}));
+    EXPECT_EQ(reader->dataForKey("kept"), bytes("new"));
+    EXPECT_FALSE(reader->setData(bytes("reader's"), "kept"));
+    EXPECT_EQ(reader->dataForKey("kept"), bytes("reader's"));
+  }
+  EXPECT_EQ(SQLitePreferencesStore::open(path)->dataForKey("kept"), bytes("new"));
 }
 
 TEST_F(PreferencesTest, SettingsKeepRecordsMapsAndLaunchesAndReadDamagedValuesAsAbsent) {

@@ -80,7 +80,8 @@ int runStats(const StatsOptions& options, std::ostream& out, std::ostream& err) 
     err << "iam stats: '" << options.prefs << "' is missing or not an SQLite preferences file\n";
     return 2;
   }
-  auto store = SQLitePreferencesStore::open(options.prefs);
+  // Read-only: inspecting a host's file must never write it or move a damaged one aside.
+  auto store = SQLitePreferencesStore::open(options.prefs, SQLitePreferencesStore::Mode::ReadOnly);
   if (!store) {
     err << "iam stats: cannot open '" << options.prefs << "'\n";
     return 2;
