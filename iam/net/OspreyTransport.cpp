@@ -409,10 +409,22 @@ void OspreyTransport::Impl::complete(std::unique_ptr<Transfer> transfer, CURLcod
   long status = 0;
   curl_easy_getinfo(transfer->easy, CURLINFO_RESPONSE_CODE, &status);
   if (status == 304 && transfer->spec.sentEtag) {
-    // A 304 that names another entity does not vouch for the answer held (weak comparison: the
-    // "W/" prefix aside, the tags must be equal). One that names none is taken at its word.
+    // A 304 that names another entity than those asked for does not vouch for the answer held
+    // (weak comparison: the "W/" prefix aside, a tag of the sent list or "*" must match). One that
+    // names none is taken at its word.
     const auto opaque = [](std::string_view tag) { return tag.starts_with("W/") ? tag.substr(2) : tag; };
-    if (transfer->etag && opaque(*transfer->etag) != opaque(*transfer->spec.sentEtag)) {
+    const auto asked = [&](std::string_view tag) {
+      std::string_view list = *transfer->spec.sentEtag;
+      while (!list.empty()) {
+        const auto comma = list.find(',');
+        const auto item = trimmed(list.substr(0, comma));
+        if (item == "*" || opaque(item) == opaque(tag)) return true;
+        if (comma == std::string_view::npos) break;
+        list.remove_prefix(comma + 1);
+      }
+      return false;
+    };
+    if (transfer->etag && !asked(*transfer->etag)) {
       auto failure = OspreyServiceRequestResult::failure(
           fmt::format("the service answered that the content is unchanged, but for the entity tag {}, not {}",
                       *transfer->etag, *transfer->spec.sentEtag));
