@@ -52,14 +52,24 @@ void WorkerPool::startThreadsLocked() {
   }
 }
 
-void WorkerPool::submit(Block block) {
+void WorkerPool::submit(Block block) { enqueue(std::move(block), false); }
+
+void WorkerPool::submitAhead(Block block) { enqueue(std::move(block), true); }
+
+void WorkerPool::enqueue(Block block, bool ahead) {
   if (!block) return;
   bool wake = false;
   {
     std::lock_guard lock(mutex_);
     if (threads_.empty() && !stopping_) startThreadsLocked();
     if (!threads_.empty() && !stopping_) {
-      queue_.push_back(std::move(block));
+      if (ahead) {
+        // Behind earlier blocks submitted ahead, so that those keep their order.
+        queue_.insert(queue_.begin() + static_cast<std::ptrdiff_t>(aheadCount_), std::move(block));
+        ++aheadCount_;
+      } else {
+        queue_.push_back(std::move(block));
+      }
       block = nullptr;
       if (waiting_ > wakesPending_) {
         ++wakesPending_;
@@ -88,6 +98,7 @@ void WorkerPool::work() {
     if (queue_.empty()) return;  // stopping, and drained
     Block block = std::move(queue_.front());
     queue_.pop_front();
+    if (aheadCount_ > 0) --aheadCount_;
     ++running_;
     lock.unlock();
     runGuarded(block);

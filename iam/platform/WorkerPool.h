@@ -25,6 +25,9 @@ class WorkerPool {
   static WorkerPool& shared();
 
   void submit(Block block);
+  // Queued before every block submitted with `submit`: the operation queues' work (statistics
+  // saves among it) must not wait behind a burst of app event walks.
+  void submitAhead(Block block);
 
   // Blocks until nothing is queued or running (false when the timeout passes first).
   bool waitForIdle(TimeInterval timeoutSeconds);
@@ -33,6 +36,7 @@ class WorkerPool {
 
  private:
   WorkerPool() = default;
+  void enqueue(Block block, bool ahead);
   void startThreadsLocked();
   void work();
   void stopAtExit();
@@ -41,7 +45,8 @@ class WorkerPool {
   std::condition_variable workAvailable_;
   std::condition_variable idle_;
   std::vector<Thread> threads_;  // guarded by mutex_; never joined
-  std::deque<Block> queue_;      // guarded by mutex_
+  std::deque<Block> queue_;      // guarded by mutex_; blocks submitted ahead, then the others
+  std::size_t aheadCount_ = 0;   // guarded by mutex_; blocks submitted ahead at the queue's front
   std::size_t running_ = 0;      // guarded by mutex_
   // Workers blocked on workAvailable_, and wake-ups sent to them that no worker has taken yet: a
   // submit wakes a worker only when more are waiting than are already being woken, so a burst

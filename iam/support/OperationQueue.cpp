@@ -36,7 +36,7 @@ struct OperationQueue::Shared : std::enable_shared_from_this<Shared> {
   }
 
   void submitTasks(std::int64_t count) {
-    for (; count > 0; --count) WorkerPool::shared().submit([self = shared_from_this()] { self->runOne(); });
+    for (; count > 0; --count) WorkerPool::shared().submitAhead([self = shared_from_this()] { self->runOne(); });
   }
 
   void runOne();
