@@ -143,7 +143,13 @@ class Timeline {
     if (json_ || keep_) {
       std::string text = "{\"t\":" + json(t).dump() + ",\"kind\":" + line["kind"].dump();
       for (auto& [key, value] : line.items())
-        if (key != "t" && key != "kind") text += "," + json(key).dump() + ":" + value.dump(-1, ' ', false, json::error_handler_t::replace);
+        if (key != "t" && key != "kind") {
+          // Appended piece by piece: gcc 12 warns (-Wrestrict, a false alarm) on "," + std::string&&.
+          text += ',';
+          text += json(key).dump();
+          text += ':';
+          text += value.dump(-1, ' ', false, json::error_handler_t::replace);
+        }
       text += "}";
       if (json_) out_ << text << "\n";
       if (keep_) {
