@@ -11,7 +11,6 @@
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/ZTDispatchTools.h"
 #include "iam/platform/Thread.h"
-#include "iam/platform/WorkerPool.h"
 #include "testing/TestEnvironment.h"
 
 #include <pthread.h>
@@ -85,26 +84,6 @@ TEST_F(DispatchTest, WaitingForThePoolTimesOutWhileWorkRunsAndBlocksThatThrowAre
   const auto errors = env.log().messages(LogLevel::Error);
   ASSERT_EQ(errors.size(), 1u);
   EXPECT_NE(errors[0].find("background boom"), std::string::npos);
-}
-
-// Statistics saves go through operation queues; a burst of walks queued before them must not
-// keep them from the disk.
-TEST_F(DispatchTest, WorkSubmittedAheadOvertakesQueuedBlocksAndKeepsItsOrder) {
-  auto& pool = WorkerPool::shared();
-  std::atomic<bool> open{false};
-  std::atomic<int> ordinaryStarted{0}, seenByFirst{-1}, seenBySecond{-1};
-  for (int i = 0; i < 4; ++i)  // the pool has at most four workers
-    pool.submit([&] { while (!open.load()) std::this_thread::yield(); });
-  for (int i = 0; i < 200; ++i) pool.submit([&] { ++ordinaryStarted; });
-  pool.submitAhead([&] { seenByFirst = ordinaryStarted.load(); });
-  pool.submitAhead([&] { seenBySecond = seenByFirst.load() < 0 ? -2 : ordinaryStarted.load(); });
-  open = true;
-  ASSERT_TRUE(pool.waitForIdle(60));
-  // A worker that was idle may have taken a block before ours were queued; no more than that.
-  EXPECT_GE(seenByFirst.load(), 0);
-  EXPECT_LE(seenByFirst.load(), 4);
-  EXPECT_LE(seenBySecond.load(), 8);
-  EXPECT_EQ(ordinaryStarted.load(), 200);
 }
 
 TEST_F(DispatchTest, TimersScheduledAndInvalidatedFromOtherThreads) {
