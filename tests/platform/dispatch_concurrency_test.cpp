@@ -1,16 +1,24 @@
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <atomic>
+#include <chrono>
+#include <map>
+#include <mutex>
+#include <string>
 #include <functional>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "iam/platform/Clock.h"
+#include "iam/platform/KeyedArchiver.h"
+#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/ZTDispatchTools.h"
 #include "iam/platform/Thread.h"
+#include "iam/platform/WorkerPool.h"
 #include "testing/TestEnvironment.h"
 
 #include <pthread.h>
@@ -84,6 +92,123 @@ TEST_F(DispatchTest, WaitingForThePoolTimesOutWhileWorkRunsAndBlocksThatThrowAre
   const auto errors = env.log().messages(LogLevel::Error);
   ASSERT_EQ(errors.size(), 1u);
   EXPECT_NE(errors[0].find("background boom"), std::string::npos);
+}
+
+// Spins until `done` holds; false after a minute.
+template <class F>
+bool spinUntil(F done) {
+  const auto deadline = std::chrono::steady_clock::now() + std::chrono::minutes(1);
+  while (!done()) {
+    if (std::chrono::steady_clock::now() > deadline) return false;
+    std::this_thread::yield();
+  }
+  return true;
+}
+
+// Statistics saves go through operation queues; a burst of walks queued before them must not
+// keep them from the disk. Which blocks the workers take is seen by holding each taken block
+// until all are seen, so a worker preempted between taking a block and running it changes nothing.
+TEST_F(DispatchTest, WorkSubmittedAheadIsTakenBeforeQueuedBlocksAndKeepsItsOrder) {
+  auto& pool = WorkerPool::shared();
+  pool.submit([] {});
+  const int workers = static_cast<int>(pool.workerCount());
+  ASSERT_GE(workers, 2);
+  std::atomic<bool> open{false}, release{false};
+  std::atomic<int> holding{0};
+  for (int i = 0; i < workers; ++i)
+    pool.submit([&] {
+      ++holding;
+      while (!open) std::this_thread::yield();
+    });
+  ASSERT_TRUE(spinUntil([&] { return holding == workers; }));
+  std::mutex mutex;
+  std::vector<int> taken;
+  const auto block = [&](int id) {
+    return [&, id] {
+      {
+        std::lock_guard lock(mutex);
+        taken.push_back(id);
+      }
+      while (!release) std::this_thread::yield();
+    };
+  };
+  for (int i = 0; i < 50; ++i) pool.submit(block(i));
+  for (int i = 0; i < workers + 2; ++i) pool.submitAhead(block(100 + i));
+  open = true;
+  ASSERT_TRUE(spinUntil([&] {
+    std::lock_guard lock(mutex);
+    return taken.size() == static_cast<std::size_t>(workers);
+  }));
+  std::vector<int> first;
+  {
+    std::lock_guard lock(mutex);
+    first = taken;
+  }
+  std::sort(first.begin(), first.end());
+  std::vector<int> expected;
+  for (int i = 0; i < workers; ++i) expected.push_back(100 + i);
+  EXPECT_EQ(first, expected);  // the blocks submitted ahead, the earliest of them first
+  release = true;
+  ASSERT_TRUE(pool.waitForIdle(60));
+  EXPECT_EQ(taken.size(), 50u + static_cast<std::size_t>(workers) + 2u);
+}
+
+struct Item : Archivable {
+  static constexpr std::string_view kArchiveClassName = "TestItem";
+  std::int64_t n = 0;
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeInteger(n, "n"); }
+  static std::shared_ptr<Item> initWithCoder(const KeyedUnarchiver& c) {
+    const auto n = c.decodeIntegerForKey("n");
+    if (n < 0) return nullptr;  // refused
+    auto item = std::make_shared<Item>();
+    item->n = n;
+    return item;
+  }
+};
+
+struct ItemList : Archivable {
+  static constexpr std::string_view kArchiveClassName = "TestItemList";
+  std::vector<std::shared_ptr<Item>> items;
+  std::string_view archiveClassName() const override { return kArchiveClassName; }
+  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeObjectArray(items, "items"); }
+  static std::shared_ptr<ItemList> initWithCoder(const KeyedUnarchiver& c) {
+    auto items = c.decodeArrayOfObjectsOfClassForKey<Item>("items");
+    if (!items) return nullptr;
+    auto list = std::make_shared<ItemList>();
+    list->items = std::move(*items);
+    return list;
+  }
+};
+
+// Long lists and maps decode on the pool's workers beside the caller.
+TEST_F(DispatchTest, LongArchivedListsAndMapsDecodeWholeAndInOrderAcrossWorkers) {
+  constexpr int kCount = 300;
+  ItemList list;
+  std::map<std::string, std::shared_ptr<Item>> map;
+  const auto key = [](int i) { return "key-" + std::to_string(1000 + i); };
+  for (int i = 0; i < kCount; ++i) {
+    list.items.push_back(std::make_shared<Item>());
+    list.items.back()->n = i;
+    map[key(i)] = list.items.back();
+  }
+  auto decodedList = KeyedUnarchiver::unarchivedObjectOfClass<ItemList>(KeyedArchiver::archivedDataWithRootObject(list));
+  ASSERT_TRUE(decodedList);
+  ASSERT_EQ(decodedList->items.size(), static_cast<std::size_t>(kCount));
+  for (int i = 0; i < kCount; ++i) EXPECT_EQ(decodedList->items[i]->n, i);
+  auto decodedMap = KeyedUnarchiver::unarchivedDictionaryOfClass<Item>(KeyedArchiver::archivedDataWithRootDictionary(map));
+  ASSERT_TRUE(decodedMap);
+  ASSERT_EQ(decodedMap->size(), static_cast<std::size_t>(kCount));
+  for (int i = 0; i < kCount; ++i) EXPECT_EQ(decodedMap->at(key(i))->n, i);
+
+  // One refused record: a list is refused whole, a map leaves that entry out.
+  list.items[kCount / 2]->n = -1;
+  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<ItemList>(KeyedArchiver::archivedDataWithRootObject(list)));
+  decodedMap = KeyedUnarchiver::unarchivedDictionaryOfClass<Item>(KeyedArchiver::archivedDataWithRootDictionary(map));
+  ASSERT_TRUE(decodedMap);
+  EXPECT_EQ(decodedMap->size(), static_cast<std::size_t>(kCount - 1));
+  EXPECT_FALSE(decodedMap->contains(key(kCount / 2)));
+  EXPECT_EQ(decodedMap->at(key(kCount - 1))->n, kCount - 1);
 }
 
 TEST_F(DispatchTest, TimersScheduledAndInvalidatedFromOtherThreads) {
