@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -76,7 +77,7 @@ void BM_AppEvent(benchmark::State& state) {
   const int count = static_cast<int>(state.range(0));
   auto host = std::make_shared<Host>();
   auto manager = warmManager(count, state.range(1) == 1, host);
-  std::vector<double> calling;
+  std::vector<double> calling, total, hop;
   for (auto _ : state) {
     host->arrived.reset();
     const auto start = Clock::now();
@@ -89,15 +90,29 @@ void BM_AppEvent(benchmark::State& state) {
     }
     state.SetIterationTime(std::chrono::duration<double>(*host->arrived - start).count());
     calling.push_back(std::chrono::duration<double, std::nano>(returned - start).count());
+    total.push_back(std::chrono::duration<double, std::nano>(*host->arrived - start).count());
     state.PauseTiming();
     ZTDispatchTools::settle();
     manager->statsHelper().waitUntilSavesAreFinished();  // a save must not eat into the next event
+    // The hop alone, to the pool and back to the main loop with nothing done on the way.
+    std::optional<Clock::time_point> back;
+    const auto hopStart = Clock::now();
+    ZTDispatchTools::onBackgroundWithBlock([&] { ZTDispatchTools::onMainWithBlock([&] { back = Clock::now(); }); });
+    RunLoop::main().runUntil([&] { return back.has_value(); }, 10);
+    if (back) hop.push_back(std::chrono::duration<double, std::nano>(*back - hopStart).count());
+    ZTDispatchTools::settle();
     state.ResumeTiming();
   }
-  std::sort(calling.begin(), calling.end());
+  const auto median = [](std::vector<double>& v) {
+    std::sort(v.begin(), v.end());
+    return v.empty() ? 0.0 : v[v.size() / 2];
+  };
   if (!calling.empty()) {
-    state.counters["callingMedianNs"] = calling[calling.size() / 2];
+    state.counters["callingMedianNs"] = median(calling);
     state.counters["callingP90Ns"] = calling[calling.size() * 9 / 10];
+    // What the walk itself costs per advertisement: the event's time less an empty hop's.
+    state.counters["hopMedianNs"] = median(hop);
+    state.counters["afterHopPerAdNs"] = (median(total) - median(hop)) / count;
   }
   dropManager(std::move(manager));
 }
