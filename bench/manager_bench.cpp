@@ -6,7 +6,6 @@
 #include <msgpack.hpp>
 #include <nlohmann/json.hpp>
 
-#include <malloc.h>
 #include <unistd.h>
 
 #include <cstdint>
@@ -139,9 +138,6 @@ void BM_ManagerColdStart(benchmark::State& state) {
     state.PauseTiming();
     ZTInAppMarketingManager::resetSharedInstanceForTesting();
     manager.reset();
-    // A started app has not just freed a hundred thousand small records: without this, the
-    // allocator would merge them at the next start's first large allocation, inside the timing.
-    malloc_trim(0);
     state.ResumeTiming();
   }
   if (ads != static_cast<std::size_t>(state.range(0))) state.SkipWithError("the cached answer was not loaded");
@@ -157,7 +153,6 @@ void BM_LoadCachedAnswer(benchmark::State& state) {
     benchmark::DoNotOptimize(response);
     state.PauseTiming();
     response.reset();
-    malloc_trim(0);
     state.ResumeTiming();
   }
 }
@@ -169,7 +164,6 @@ void BM_LoadStatistics(benchmark::State& state) {
     benchmark::DoNotOptimize(stats);
     state.PauseTiming();
     stats.reset();
-    malloc_trim(0);
     state.ResumeTiming();
   }
 }
