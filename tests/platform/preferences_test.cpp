@@ -222,19 +222,15 @@ TEST_F(PreferencesTest, FailedWritesStayInMemoryUntilAWriteSucceeds) {
   EXPECT_EQ(SQLitePreferencesStore::open(path)->dataForKey("kept"), bytes("new"));
 }
 
-TEST_F(PreferencesTest, SettingsKeepRecordsMapsAndLaunchesAndReadDamagedValuesAsAbsent) {
+TEST_F(PreferencesTest, SettingsTellRecordsFromMapsAndKeepALaunchCountThroughDamage) {
   auto& store = *env.preferences();
-  EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("record"), nullptr);
-  EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map").empty());
   EXPECT_TRUE(ZTSettings::saveArchivableObject(Counter(41), "record"));
-  const std::map<std::string, std::shared_ptr<Counter>> map{{"a", std::make_shared<Counter>(1)},
-                                                             {"b", std::make_shared<Counter>(2)}};
-  EXPECT_TRUE(ZTSettings::saveDictionaryToPreferences(map, "map"));
-  EXPECT_EQ(std::dynamic_pointer_cast<Counter>(ZTSettings::getUnarchivedObjectForKey("record"))->count, 41);
-  EXPECT_EQ(ZTSettings::getUnarchivedObjectOfClassForKey<Counter>("record")->count, 41);
-  auto loaded = ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map");
-  ASSERT_EQ(loaded.size(), 2u);
-  EXPECT_EQ(loaded["a"]->count + 10 * loaded["b"]->count, 21);
+  EXPECT_TRUE(ZTSettings::saveDictionaryToPreferences(
+      std::map<std::string, std::shared_ptr<Counter>>{{"a", std::make_shared<Counter>(1)}}, "map"));
+  auto record = std::dynamic_pointer_cast<Counter>(ZTSettings::getUnarchivedObjectForKey("record"));
+  ASSERT_TRUE(record);
+  EXPECT_EQ(record->count, 41);
+  EXPECT_EQ(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("map").at("a")->count, 1);
   // A record is not a map, and a map is not a record.
   EXPECT_TRUE(ZTSettings::getSafeDictionaryFromPreferencesWithKey<Counter>("record").empty());
   EXPECT_EQ(ZTSettings::getUnarchivedObjectForKey("map"), nullptr);
