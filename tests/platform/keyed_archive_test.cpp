@@ -128,8 +128,8 @@ std::string describe(const std::shared_ptr<Leaf>& l) { return l ? std::to_string
 // Every field, so that one comparison shows whatever a round trip lost.
 std::string describe(const Sample& s) {
   std::ostringstream o;
-  o << s.integer << '|' << s.text << '|' << s.missingText.value_or("none") << '|' << s.date.time_since_epoch().count() << '|'
-    << std::string(s.blob.begin(), s.blob.end()) << '|' << describe(s.leaf);
+  o << s.integer << '|' << s.text << '|' << s.missingText.value_or("none") << '|' << s.date.time_since_epoch().count()
+    << '|' << std::string(s.blob.begin(), s.blob.end()) << '|' << describe(s.leaf);
   for (const auto& l : s.leaves) o << ',' << describe(l);
   for (const auto& [k, l] : s.leafMap) o << ';' << k << '=' << describe(l);
   for (const auto& [k, v] : s.strings) o << ';' << k << '=' << v;
