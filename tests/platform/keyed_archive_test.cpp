@@ -78,7 +78,8 @@ struct Sample : Archivable {
 };
 [[maybe_unused]] const bool kSampleRegistered = (ArchiveClassRegistry::registerClass<Sample>(), true);
 
-// A chain of nodes, for depth limits.
+// A chain of nodes, for depth limits. Not registered until a class loader does it: before that only
+// typed decoding can read it.
 struct Node : Archivable {
   static constexpr std::string_view kArchiveClassName = "TestNode";
   std::shared_ptr<Node> next;
@@ -88,16 +89,6 @@ struct Node : Archivable {
     auto n = std::make_shared<Node>();
     n->next = c.decodeObjectOfClassForKey<Node>("next");
     return n;
-  }
-};
-
-// Not registered until a class loader does it: before that only typed decoding can read it.
-struct Unregistered : Archivable {
-  static constexpr std::string_view kArchiveClassName = "TestUnregistered";
-  std::string_view archiveClassName() const override { return kArchiveClassName; }
-  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeInteger(7, "seven"); }
-  static std::shared_ptr<Unregistered> initWithCoder(const KeyedUnarchiver& c) {
-    return c.decodeIntegerForKey("seven") == 7 ? std::make_shared<Unregistered>() : nullptr;
   }
 };
 
@@ -216,12 +207,12 @@ TEST(KeyedArchiveTest, WrongClassWrongTypeAndMissingKeysAnswerNone) {
   const Data sample = KeyedArchiver::archivedDataWithRootObject(makeSample());
   EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Leaf>(sample));
 
-  const Data unregistered = KeyedArchiver::archivedDataWithRootObject(Unregistered());
+  const Data unregistered = KeyedArchiver::archivedDataWithRootObject(Node());
   EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectFromData(unregistered));
-  EXPECT_TRUE(KeyedUnarchiver::unarchivedObjectOfClass<Unregistered>(unregistered));
+  EXPECT_TRUE(KeyedUnarchiver::unarchivedObjectOfClass<Node>(unregistered));
   // Once a class loader registers it, it decodes untyped; the loader runs on a miss, not on every decode.
   static int loaderRuns = 0;
-  ArchiveClassRegistry::setClassLoader([] { ++loaderRuns, ArchiveClassRegistry::registerClass<Unregistered>(); });
+  ArchiveClassRegistry::setClassLoader([] { ++loaderRuns, ArchiveClassRegistry::registerClass<Node>(); });
   for (int i = 0; i < 2; ++i) EXPECT_TRUE(KeyedUnarchiver::unarchivedObjectFromData(unregistered)) << i;
   EXPECT_EQ(loaderRuns, 1);
   ArchiveClassRegistry::setClassLoader(nullptr);
