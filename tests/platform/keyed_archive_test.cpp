@@ -4,10 +4,8 @@
 
 #include <gtest/gtest.h>
 
-#include <bit>
 #include <limits>
 #include <numeric>
-#include <random>
 #include <sstream>
 #include <utility>
 
@@ -31,13 +29,10 @@ struct Leaf : Archivable {
 };
 [[maybe_unused]] const bool kLeafRegistered = (ArchiveClassRegistry::registerClass<Leaf>(), true);
 
-// One field of every kind the archive carries, and a child of its own class.
+// Text, dates, data, every container and a child of its own class; numbers at their ends are below.
 struct Sample : Archivable {
   static constexpr std::string_view kArchiveClassName = "TestSample";
   std::int64_t integer = 0;
-  std::uint64_t big = 0;
-  bool flag = false;
-  double real = 0;
   std::string text;
   std::optional<std::string> missingText;
   Date date;
@@ -53,9 +48,6 @@ struct Sample : Archivable {
   void encodeWithCoder(KeyedArchiver& c) const override {
     c.encodeInteger(1, "codingVersion");
     c.encodeInteger(integer, "integer");
-    c.encodeUnsignedInteger(big, "big");
-    c.encodeBool(flag, "flag");
-    c.encodeDouble(real, "real");
     c.encodeString(text, "text");
     c.encodeString(missingText, "missingText");
     c.encodeDate(date, "date");
@@ -71,9 +63,6 @@ struct Sample : Archivable {
     if (c.decodeIntegerForKey("codingVersion") != 1) return nullptr;
     auto s = std::make_shared<Sample>();
     s->integer = c.decodeIntegerForKey("integer");
-    s->big = c.valueForKey("big").unsignedValue().value_or(0);
-    s->flag = c.decodeBoolForKey("flag");
-    s->real = c.decodeDoubleForKey("real");
     s->text = c.decodeStringForKey("text").value_or("");
     s->missingText = c.decodeStringForKey("missingText");
     s->date = c.decodeDateForKey("date").value_or(Date());
@@ -89,7 +78,8 @@ struct Sample : Archivable {
 };
 [[maybe_unused]] const bool kSampleRegistered = (ArchiveClassRegistry::registerClass<Sample>(), true);
 
-// A chain of nodes, for depth limits.
+// A chain of nodes, for depth limits. Not registered until a class loader does it: before that only
+// typed decoding can read it.
 struct Node : Archivable {
   static constexpr std::string_view kArchiveClassName = "TestNode";
   std::shared_ptr<Node> next;
@@ -102,16 +92,6 @@ struct Node : Archivable {
   }
 };
 
-// Not registered: only typed decoding can read it.
-struct Unregistered : Archivable {
-  static constexpr std::string_view kArchiveClassName = "TestUnregistered";
-  std::string_view archiveClassName() const override { return kArchiveClassName; }
-  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeInteger(7, "seven"); }
-  static std::shared_ptr<Unregistered> initWithCoder(const KeyedUnarchiver& c) {
-    return c.decodeIntegerForKey("seven") == 7 ? std::make_shared<Unregistered>() : nullptr;
-  }
-};
-
 Date dateAt(std::int64_t seconds, std::int64_t nanoseconds) {
   return Date(std::chrono::duration_cast<Date::duration>(std::chrono::seconds(seconds) +
                                                          std::chrono::nanoseconds(nanoseconds)));
@@ -120,9 +100,6 @@ Date dateAt(std::int64_t seconds, std::int64_t nanoseconds) {
 Sample makeSample() {
   Sample s;
   s.integer = std::numeric_limits<std::int64_t>::min();
-  s.big = std::numeric_limits<std::uint64_t>::max();
-  s.flag = true;
-  s.real = -1234.5678e-9;
   s.text = std::string("h\xc3\xa9llo\0world", 12);
   s.date = dateAt(1700000000, 123456789);
   for (int i = 0; i < 256; ++i) s.blob.push_back(static_cast<std::uint8_t>(i));
@@ -142,9 +119,8 @@ std::string describe(const std::shared_ptr<Leaf>& l) { return l ? std::to_string
 // Every field, so that one comparison shows whatever a round trip lost.
 std::string describe(const Sample& s) {
   std::ostringstream o;
-  o << s.integer << '|' << s.big << '|' << s.flag << '|' << std::bit_cast<std::uint64_t>(s.real) << '|' << s.text << '|'
-    << s.missingText.value_or("none") << '|' << s.date.time_since_epoch().count() << '|'
-    << std::string(s.blob.begin(), s.blob.end()) << '|' << describe(s.leaf);
+  o << s.integer << '|' << s.text << '|' << s.missingText.value_or("none") << '|' << s.date.time_since_epoch().count()
+    << '|' << std::string(s.blob.begin(), s.blob.end()) << '|' << describe(s.leaf);
   for (const auto& l : s.leaves) o << ',' << describe(l);
   for (const auto& [k, l] : s.leafMap) o << ';' << k << '=' << describe(l);
   for (const auto& [k, v] : s.strings) o << ';' << k << '=' << v;
@@ -225,19 +201,21 @@ TEST(KeyedArchiveTest, NumbersKeepTheirRangeDatesTheirNanosecondsAndLargeContain
     for (std::size_t i = 0; i < dates.size(); ++i) EXPECT_EQ(root.at(4 + i).dateValue(), dates[i]) << i;
     EXPECT_EQ(root.at(99).kind(), ArchiveValue::Kind::Absent);
   }));
-  // The archiver is empty after takeData and can start again.
-  EXPECT_TRUE(a.takeData().empty());
-  a.writeString("again");
-  EXPECT_TRUE(KeyedUnarchiver::withArchive(a.takeData(), [](const ArchiveValue& v) { EXPECT_EQ(v.stringValue(), "again"); }));
 }
 
 TEST(KeyedArchiveTest, WrongClassWrongTypeAndMissingKeysAnswerNone) {
   const Data sample = KeyedArchiver::archivedDataWithRootObject(makeSample());
   EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<Leaf>(sample));
 
-  const Data unregistered = KeyedArchiver::archivedDataWithRootObject(Unregistered());
+  const Data unregistered = KeyedArchiver::archivedDataWithRootObject(Node());
   EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectFromData(unregistered));
-  EXPECT_TRUE(KeyedUnarchiver::unarchivedObjectOfClass<Unregistered>(unregistered));
+  EXPECT_TRUE(KeyedUnarchiver::unarchivedObjectOfClass<Node>(unregistered));
+  // Once a class loader registers it, it decodes untyped; the loader runs on a miss, not on every decode.
+  static int loaderRuns = 0;
+  ArchiveClassRegistry::setClassLoader([] { ++loaderRuns, ArchiveClassRegistry::registerClass<Node>(); });
+  for (int i = 0; i < 2; ++i) EXPECT_TRUE(KeyedUnarchiver::unarchivedObjectFromData(unregistered)) << i;
+  EXPECT_EQ(loaderRuns, 1);
+  ArchiveClassRegistry::setClassLoader(nullptr);
 
   ASSERT_TRUE(KeyedUnarchiver::withArchive(sample, [](const ArchiveValue& root) {
     EXPECT_EQ(root.className(), "TestSample");
@@ -246,13 +224,11 @@ TEST(KeyedArchiveTest, WrongClassWrongTypeAndMissingKeysAnswerNone) {
     EXPECT_EQ(c.valueForKey("missingText").kind(), ArchiveValue::Kind::Null);
     EXPECT_FALSE(c.containsValueForKey("intege"));
     EXPECT_EQ(c.decodeIntegerForKey("text"), 0);
-    EXPECT_EQ(c.decodeStringForKey("integer"), std::nullopt);
-    EXPECT_EQ(c.decodeDateForKey("real"), std::nullopt);
+    EXPECT_EQ(c.decodeDateForKey("integer"), std::nullopt);
     EXPECT_EQ(c.decodeDataForKey("text"), std::nullopt);
     EXPECT_EQ(c.decodeObjectOfClassForKey<Sample>("leaf"), nullptr);
     EXPECT_FALSE(c.decodeArrayOfObjectsOfClassForKey<Sample>("leaves"));
     EXPECT_FALSE(c.decodeStringArrayForKey("leaves"));
-    EXPECT_FALSE(c.decodeStringMapForKey("leafMap"));
     // Non-strict map decoding leaves out what is not of the class; strict refuses the map.
     auto loose = c.decodeDictionaryOfObjectsOfClassForKey<Sample>("leafMap", false);
     ASSERT_TRUE(loose);
@@ -308,7 +284,7 @@ TEST(KeyedArchiveTest, ObjectNestingIsBoundedAndUnbalancedRecordsStillWriteReada
   }));
 }
 
-TEST(KeyedArchiveTest, DamagedBytesDecodeToNone) {
+TEST(KeyedArchiveTest, DamagedAndHostileMessagePackIsRefused) {
   const Data valid = KeyedArchiver::archivedDataWithRootObject(makeSample());
   ASSERT_TRUE(readable(valid));
   for (std::size_t n = 0; n < valid.size(); ++n) {  // no proper prefix of an archive is an archive
@@ -320,20 +296,6 @@ TEST(KeyedArchiveTest, DamagedBytesDecodeToNone) {
   longer.push_back(0xc0);
   EXPECT_FALSE(readable(longer));
 
-  // Flipped bytes may still read (inside a string) but must never crash or throw.
-  std::mt19937 random(20240607);
-  int refused = 0;
-  for (int round = 0; round < 3000; ++round) {
-    Data damaged = valid;
-    for (int f = 0, flips = 1 + static_cast<int>(random() % 4); f < flips; ++f)
-      damaged[random() % damaged.size()] = static_cast<std::uint8_t>(random());
-    if (!readable(damaged)) ++refused;
-    (void)KeyedUnarchiver::unarchivedObjectFromData(damaged);
-  }
-  EXPECT_GT(refused, 0);
-}
-
-TEST(KeyedArchiveTest, HostileMessagePackIsRefused) {
   Data nestedHuge, deepMaps, deepArrays(100000, 0x91);
   for (int i = 0; i < 200; ++i) nestedHuge.insert(nestedHuge.end(), {0xdd, 0x00, 0x10, 0x00, 0x00});
   for (int i = 0; i < 50000; ++i) deepMaps.insert(deepMaps.end(), {0x81, 0xa1, 'k'});

@@ -76,10 +76,17 @@ TEST_F(RunLoopTest, RepeatingTimerFiresAtEachIntervalAndCollapsesMissedFires) {
   EXPECT_EQ(fired.back(), 70);
 }
 
-TEST_F(RunLoopTest, InvalidatedTimersStopFromOutsideFromTheirOwnBlockAndFromAnotherTimer) {
+TEST_F(RunLoopTest, InvalidatedTimersStopAndSpentOnesAreReleasedWithWhatTheirBlocksHold) {
   int outside = 0, self = 0, victim = 0, laterVictim = 0;
   auto outsideTimer = schedule(1, true, [&](Timer&) { ++outside; });
-  schedule(1, true, [&](Timer& t) { if (++self == 2) t.invalidate(); });
+  // Only the loop holds these two: it keeps them while they are valid and lets them go once done.
+  std::weak_ptr<Timer> selfStopping = Timer::scheduledTimerWithTimeInterval(1, true, [&](Timer& t) {
+    if (++self == 2) t.invalidate();
+  });
+  auto owner = std::make_shared<int>(0);
+  std::weak_ptr<int> captured = owner;
+  std::weak_ptr<Timer> oneShot = Timer::scheduledTimerWithTimeInterval(1, false, [owner](Timer&) { ++*owner; });
+  owner.reset();
   std::shared_ptr<Timer> victimTimer, laterTimer;
   schedule(3, false, [&](Timer&) { victimTimer->invalidate(), laterTimer->invalidate(); });
   victimTimer = schedule(3, false, [&](Timer&) { ++victim; });  // same due time, scheduled later
@@ -87,30 +94,13 @@ TEST_F(RunLoopTest, InvalidatedTimersStopFromOutsideFromTheirOwnBlockAndFromAnot
 
   RunLoop::main().runFor(2.5);
   EXPECT_EQ(outside, 2);
+  EXPECT_TRUE(oneShot.expired());
+  EXPECT_TRUE(captured.expired());
+  EXPECT_TRUE(selfStopping.expired());
   outsideTimer->invalidate();
   RunLoop::main().runFor(20);
   EXPECT_EQ((std::vector<int>{outside, self, victim, laterVictim}), (std::vector<int>{2, 2, 0, 0}));
   EXPECT_FALSE(RunLoop::main().nextTimerFireDate().has_value());
-}
-
-TEST_F(RunLoopTest, LoopOwnsValidTimersAndReleasesSpentOrInvalidatedOnes) {
-  int fires = 0;
-  std::weak_ptr<Timer> kept = Timer::scheduledTimerWithTimeInterval(1, true, [&](Timer&) { ++fires; });
-  RunLoop::main().runFor(2);
-  EXPECT_EQ(fires, 2);  // nobody else holds it
-  kept.lock()->invalidate();
-  EXPECT_TRUE(kept.expired());
-
-  auto owner = std::make_shared<int>(0);
-  std::weak_ptr<int> captured = owner;
-  std::weak_ptr<Timer> oneShot = Timer::scheduledTimerWithTimeInterval(1, false, [owner](Timer&) { ++*owner; });
-  owner.reset();
-  std::weak_ptr<Timer> selfStopping = Timer::scheduledTimerWithTimeInterval(1, true, [](Timer& t) { t.invalidate(); });
-  EXPECT_FALSE(captured.expired());
-  RunLoop::main().runFor(1);
-  EXPECT_TRUE(oneShot.expired());  // spent one-shot timers, and what their block holds, are let go
-  EXPECT_TRUE(captured.expired());
-  EXPECT_TRUE(selfStopping.expired());  // a repeating timer that invalidated itself is not rescheduled
 }
 
 TEST_F(RunLoopTest, PostedTasksRunInOrderAndThrowingTasksOrTimersAreLoggedWhileTheLoopGoesOn) {

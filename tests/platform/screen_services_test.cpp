@@ -35,18 +35,5 @@ TEST_F(ScreenServicesTest, ConductorShowsOnePopupAtATimeInOrderAndHoldsBackNonUr
   EXPECT_TRUE(conductor.isShowingPopupFrom(6));
 }
 
-TEST_F(ScreenServicesTest, LinksGoToTheHostsHandlerAndAreRecordedWithoutOne) {
-  auto& application = platform_.application();
-  const auto url = *URL::URLWithString("https://store.example.com/app?id=1");
-  EXPECT_FALSE(application.canOpenURL(url));
-  std::optional<bool> opened;
-  application.openURL(url, {}, [&](bool ok) { opened = ok; });
-  EXPECT_EQ(opened, false);
-  application.setOpenURLHandler([&](const URL&, const URLOpenOptions& options) { return options.count("o") == 1; });
-  application.openURL(url, {{"o", "1"}}, [&](bool ok) { opened = ok; });
-  EXPECT_EQ(opened, true);
-  EXPECT_EQ(application.openedURLs().size(), 2u);
-}
-
 }  // namespace
 }  // namespace iam

@@ -1,5 +1,7 @@
 #include "testing/CapturingLogSink.h"
 
+#include <algorithm>
+
 namespace iam::testing {
 
 CapturingLogSink::CapturingLogSink() : lines_(std::make_shared<Lines>()) {
@@ -16,26 +18,17 @@ std::vector<LogRecord> CapturingLogSink::records() const {
   return lines_->records;
 }
 
-std::vector<std::string> CapturingLogSink::messages() const {
-  std::lock_guard lock(lines_->mutex);
-  std::vector<std::string> out;
-  for (const auto& r : lines_->records) out.push_back(r.message);
-  return out;
-}
-
-std::vector<std::string> CapturingLogSink::messages(LogLevel level) const {
+std::vector<std::string> CapturingLogSink::messages(std::optional<LogLevel> level) const {
   std::lock_guard lock(lines_->mutex);
   std::vector<std::string> out;
   for (const auto& r : lines_->records)
-    if (r.level == level) out.push_back(r.message);
+    if (!level || r.level == *level) out.push_back(r.message);
   return out;
 }
 
 bool CapturingLogSink::contains(std::string_view message) const {
-  std::lock_guard lock(lines_->mutex);
-  for (const auto& r : lines_->records)
-    if (r.message == message) return true;
-  return false;
+  const auto all = messages();
+  return std::ranges::find(all, message) != all.end();
 }
 
 void CapturingLogSink::clear() {

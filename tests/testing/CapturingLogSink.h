@@ -2,6 +2,7 @@
 
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -22,8 +23,8 @@ class CapturingLogSink {
   CapturingLogSink& operator=(const CapturingLogSink&) = delete;
 
   std::vector<LogRecord> records() const;
-  std::vector<std::string> messages() const;
-  std::vector<std::string> messages(LogLevel level) const;
+  // Every message, or those at `level`.
+  std::vector<std::string> messages(std::optional<LogLevel> level = std::nullopt) const;
   bool contains(std::string_view message) const;
   void clear();
 
