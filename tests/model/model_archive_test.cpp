@@ -103,15 +103,5 @@ TEST(AdvertisementArchive, MissingOrMistypedKeysLeaveDefaults) {
             (std::vector<std::int64_t>{0, 0, 0}));
 }
 
-TEST(AdvertisedAppArchive, ArchivesTheStoredReviewUrlNotTheDerivedOne) {
-  auto app = std::make_shared<AdvertisedApp>("app");
-  app->setStoreInfo(std::make_shared<StoreAppInfo>("123"));
-  ASSERT_TRUE(app->reviewUrl());
-  auto decoded = unarchive<AdvertisedApp>(archive(*app));
-  ASSERT_TRUE(decoded);
-  EXPECT_EQ(decoded->storedReviewUrl(), std::nullopt);
-  EXPECT_EQ(decoded->reviewUrl(), app->reviewUrl());
-}
-
 }  // namespace
 }  // namespace iam

@@ -4,6 +4,7 @@
 
 #include "iam/model/AdvertisedApp.h"
 #include "iam/model/Advertisement.h"
+#include "model/model_test_support.h"
 
 namespace iam {
 namespace {
@@ -114,6 +115,7 @@ TEST(IdentitySetTest, HoldsEachObjectOnceAndEqualLookingObjectsSeparately) {
   EXPECT_FALSE(set.contains(std::make_shared<AdvertisementTrigger>("0", "key")));
 }
 
+// Only a stored link is archived; the derived one is derived again after decoding.
 TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   AdvertisedApp app("app");
   app.setReviewUrl("");
@@ -123,6 +125,10 @@ TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   const std::string tail = "/WebObjects/MZStore.woa/wa/viewContentsUserReviews?type=Purple+Software&id=123";
   EXPECT_EQ(derived.rfind("itms-apps://", 0), 0u) << derived;
   EXPECT_TRUE(derived.size() > tail.size() && derived.substr(derived.size() - tail.size()) == tail) << derived;
+  auto decoded = testing::unarchive<AdvertisedApp>(testing::archive(app));
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->storedReviewUrl(), "");  // the empty stored link, not the derived one
+  EXPECT_EQ(decoded->reviewUrl(), derived);
   app.setReviewUrl("https://review.example.com/1");  // a stored link wins over the derived one
   EXPECT_EQ(app.reviewUrl(), "https://review.example.com/1");
 }
