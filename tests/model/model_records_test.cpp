@@ -17,8 +17,10 @@ ZTIAMResourceMap resources(std::initializer_list<std::pair<std::string, std::opt
   return map;
 }
 
-TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
+// Each derived property reads its own resource key and falls back when the value is missing or empty.
+TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeysOrFallBack) {
   Advertisement ad("ad");
+  const Color blue{0, 0, 1, 1};
   ad.setResources(resources({{"title", "T"}, {"body", "B"}, {"bodyImage", "https://img.example.com/body.png"},
                              {"iconImage", "https://img.example.com/icon.png"}, {"video", "https://video.example.com/v.mp4"},
                              {"titleColor", "FF0000"}, {"bodyColor", "00FF00"}, {"okActionTitle", "Get it"},
@@ -30,15 +32,12 @@ TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
             (std::vector{URL::URLWithString("https://img.example.com/body.png"),
                          URL::URLWithString("https://img.example.com/icon.png"),
                          URL::URLWithString("https://video.example.com/v.mp4")}));
-  EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(Color{0, 0, 1, 1}),
-                         ad.bodyColorWithDefaultColor(Color{0, 0, 1, 1})}),
+  EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(blue),
+                         ad.bodyColorWithDefaultColor(blue)}),
             (std::vector{Color::colorWithHexString("FF0000"), Color::colorWithHexString("00FF00"),
                          Color::colorWithHexString("FF0000"), Color::colorWithHexString("00FF00")}));
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"a", "b", "c", "d"}));
-}
 
-TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
-  Advertisement ad("ad");
   ad.setResources(resources({{"okActionTitle", ""}, {"title", ""}, {"title-c", "only c"}, {"title-a", std::nullopt},
                              {"bodyImage", "not a url"}}));
   EXPECT_EQ(ad.okActionTitle(), "Open Store");
@@ -46,7 +45,6 @@ TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
   EXPECT_EQ((Texts{ad.okActionTitle(), ad.postponeTitle(), ad.dismissTitle(), ad.title()}),
             (Texts{"Sure", "Later", std::nullopt, std::nullopt}));
   EXPECT_FALSE(ad.bodyImageUrl() || ad.videoUrl());
-  const Color blue{0, 0, 1, 1};
   EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(blue), ad.bodyColorWithDefaultColor(blue)}),
             (std::vector{Color::colorWithHexString("303030"), Color::colorWithHexString("303030"), blue, blue}));
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"", "", "only c", ""}));
