@@ -4,6 +4,7 @@
 
 #include "iam/model/AdvertisedApp.h"
 #include "iam/model/Advertisement.h"
+#include "model/model_test_support.h"
 
 namespace iam {
 namespace {
@@ -16,8 +17,10 @@ ZTIAMResourceMap resources(std::initializer_list<std::pair<std::string, std::opt
   return map;
 }
 
-TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
+// Each derived property reads its own resource key and falls back when the value is missing or empty.
+TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeysOrFallBack) {
   Advertisement ad("ad");
+  const Color blue{0, 0, 1, 1};
   ad.setResources(resources({{"title", "T"}, {"body", "B"}, {"bodyImage", "https://img.example.com/body.png"},
                              {"iconImage", "https://img.example.com/icon.png"}, {"video", "https://video.example.com/v.mp4"},
                              {"titleColor", "FF0000"}, {"bodyColor", "00FF00"}, {"okActionTitle", "Get it"},
@@ -29,15 +32,12 @@ TEST(AdvertisementRecord, DerivedPropertiesReadTheirOwnResourceKeys) {
             (std::vector{URL::URLWithString("https://img.example.com/body.png"),
                          URL::URLWithString("https://img.example.com/icon.png"),
                          URL::URLWithString("https://video.example.com/v.mp4")}));
-  EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(Color{0, 0, 1, 1}),
-                         ad.bodyColorWithDefaultColor(Color{0, 0, 1, 1})}),
+  EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(blue),
+                         ad.bodyColorWithDefaultColor(blue)}),
             (std::vector{Color::colorWithHexString("FF0000"), Color::colorWithHexString("00FF00"),
                          Color::colorWithHexString("FF0000"), Color::colorWithHexString("00FF00")}));
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"a", "b", "c", "d"}));
-}
 
-TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
-  Advertisement ad("ad");
   ad.setResources(resources({{"okActionTitle", ""}, {"title", ""}, {"title-c", "only c"}, {"title-a", std::nullopt},
                              {"bodyImage", "not a url"}}));
   EXPECT_EQ(ad.okActionTitle(), "Open Store");
@@ -45,7 +45,6 @@ TEST(AdvertisementRecord, DerivedPropertiesFallBackWhenMissingOrEmpty) {
   EXPECT_EQ((Texts{ad.okActionTitle(), ad.postponeTitle(), ad.dismissTitle(), ad.title()}),
             (Texts{"Sure", "Later", std::nullopt, std::nullopt}));
   EXPECT_FALSE(ad.bodyImageUrl() || ad.videoUrl());
-  const Color blue{0, 0, 1, 1};
   EXPECT_EQ((std::vector{ad.titleColor(), ad.bodyColor(), ad.titleColorWithDefaultColor(blue), ad.bodyColorWithDefaultColor(blue)}),
             (std::vector{Color::colorWithHexString("303030"), Color::colorWithHexString("303030"), blue, blue}));
   EXPECT_EQ(ad.subtitles(), (std::vector<std::string>{"", "", "only c", ""}));
@@ -114,6 +113,7 @@ TEST(IdentitySetTest, HoldsEachObjectOnceAndEqualLookingObjectsSeparately) {
   EXPECT_FALSE(set.contains(std::make_shared<AdvertisementTrigger>("0", "key")));
 }
 
+// Only a stored link is archived; the derived one is derived again after decoding.
 TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   AdvertisedApp app("app");
   app.setReviewUrl("");
@@ -123,6 +123,10 @@ TEST(AdvertisedAppRecord, ReviewUrlIsStoredOrDerivedFromTheStoreId) {
   const std::string tail = "/WebObjects/MZStore.woa/wa/viewContentsUserReviews?type=Purple+Software&id=123";
   EXPECT_EQ(derived.rfind("itms-apps://", 0), 0u) << derived;
   EXPECT_TRUE(derived.size() > tail.size() && derived.substr(derived.size() - tail.size()) == tail) << derived;
+  auto decoded = testing::unarchive<AdvertisedApp>(testing::archive(app));
+  ASSERT_TRUE(decoded);
+  EXPECT_EQ(decoded->storedReviewUrl(), "");  // the empty stored link, not the derived one
+  EXPECT_EQ(decoded->reviewUrl(), derived);
   app.setReviewUrl("https://review.example.com/1");  // a stored link wins over the derived one
   EXPECT_EQ(app.reviewUrl(), "https://review.example.com/1");
 }
