@@ -31,14 +31,6 @@ TEST_F(AppEventTest, OneOrdinaryPerEventEveryPreloadAndABusyPresenterOrSwitchHol
             (std::vector<std::int64_t>{4, 3, 2, 0}));
 }
 
-TEST_F(AppEventTest, ALaunchAfterAnUpdateCountsAsAppUpdatedOnly) {
-  start(json::array({ad("u", kPreload, {{"triggers", {on("ut", "System - app updated")}}})}));
-  Bundle::mainBundle().setInfoDictionaryValue("CFBundleShortVersionString", "1.0");
-  manager_->storage()->setLastVersion("0.9");
-  EXPECT_EQ(fire("appToForeground"), Ids{"u"});
-  EXPECT_EQ(events("System - app updated") * 10 + events("appToForeground"), 10);
-}
-
 // A walk starts from the records the walk before it fetched; a reset or a new answer in between
 // must be seen, and each advertisement judged by its own record wherever it now stands.
 TEST_F(AppEventTest, WalksJudgeByTheRecordsHeldNowAfterAResetOrANewAnswer) {

@@ -51,9 +51,14 @@ TEST_F(ManagerTest, NotModifiedRenewsTheContentInfoAndStillTellsObserversAFailur
   const Date renewed = response->contentInfo()->localCreatedAt();
   EXPECT_GE(renewed, expiredAt);
   EXPECT_EQ(*observer_->calls, (std::vector<std::string>{"ads:2", "config:same"}));
-  // Saved: a new manager reads the renewed content info.
+  // Saved: a new manager reads the renewed content info, and being fresh it asks for nothing.
+  env_.setInfoLogEnabled(true);
   auto restarted = ZTInAppMarketingManager::create();
+  EXPECT_TRUE(env_.log().contains("IAM: Cached advertisement response found."));
   EXPECT_EQ(restarted->mostRecentAdvertisementResponse()->contentInfo()->localCreatedAt(), renewed);
+  restarted->setActive(true);
+  EXPECT_FALSE(restarted->activeAdvertisementsRequestTicket());
+  restarted->setActive(false);
 
   const auto cached = env_.preferences()->dataForKey(ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey);
   observer_->calls->clear();
@@ -95,21 +100,6 @@ TEST_F(ManagerTest, NewAnswerKeepsTheReplacedAdsAndFetchesRankedAppsOnlyWhenNeed
   EXPECT_EQ(service_.requestCount(kRanked), 2u);  // expired: fetched after the answer
   EXPECT_EQ(observer_->calls->back(), "ranked:1");
   EXPECT_EQ(manager_->oldAdvertisements().size(), 5u);
-}
-
-TEST_F(ManagerTest, CachedAnswerSurvivesARestartOverTheSameFile) {
-  testing::ScratchDirectory scratch;
-  PreferencesStore::setStandard(SQLitePreferencesStore::open(scratch.file("prefs.sqlite")));
-  activeManager();
-  dropManager();
-  PreferencesStore::setStandard(SQLitePreferencesStore::open(scratch.file("prefs.sqlite")));
-
-  env_.setInfoLogEnabled(true);
-  manager_ = ZTInAppMarketingManager::create();
-  EXPECT_TRUE(env_.log().contains("IAM: Cached advertisement response found."));
-  EXPECT_EQ(ids(manager_->advertisements()), (std::vector<std::string>{"a", "b"}));
-  manager_->setActive(true);  // fresh: no request
-  EXPECT_FALSE(manager_->activeAdvertisementsRequestTicket());
 }
 
 TEST_F(ManagerTest, ResetAndResetAllStatsEachLeaveTheOtherHalfAlone) {

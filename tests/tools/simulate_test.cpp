@@ -1,43 +1,22 @@
 // Plays journeys through the `iam` binary and checks what it prints against what the rules decide.
 
 #include <gtest/gtest.h>
-#include <sys/wait.h>
 
-#include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "platform/ScratchDirectory.h"
+#include "tools/ToolTestSupport.h"
 #include "tools/iam/Commands.h"
 
 namespace {
 
 using nlohmann::json;
 
-struct Simulation {
-  int status = -1;  // -1: the process did not exit normally
-  std::string out;
-  std::string err;
-};
-
-Simulation simulate(const std::string& campaign, const std::string& journey, const std::string& extra = "--json") {
-  iam::testing::ScratchDirectory dir;
-  const std::string command = std::string("'") + IAM_TOOL_PATH + "' simulate --campaign '" + campaign +
-                              "' --journey '" + journey + "' " + extra + " 2>'" + dir.file("err") + "'";
-  Simulation run;
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return run;
-  char buffer[4096];
-  for (std::size_t n; (n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0;) run.out.append(buffer, n);
-  const int raw = ::pclose(pipe);
-  if (WIFEXITED(raw)) run.status = WEXITSTATUS(raw);
-  std::ifstream in(dir.file("err"));
-  run.err.assign(std::istreambuf_iterator<char>(in), {});
-  return run;
+iam::testing::ToolRun simulate(const std::string& campaign, const std::string& journey) {
+  return iam::testing::runTool("simulate --campaign '" + campaign + "' --journey '" + journey + "' --json", true);
 }
 
 std::vector<json> lines(const std::string& text, bool withLogs) {
@@ -50,10 +29,7 @@ std::vector<json> lines(const std::string& text, bool withLogs) {
   return out;
 }
 
-std::string write(const iam::testing::ScratchDirectory& dir, const std::string& name, const std::string& text) {
-  std::ofstream(dir.file(name), std::ios::binary) << text;
-  return dir.file(name);
-}
+using iam::testing::writeFile;
 
 const std::string kCampaign = std::string(IAM_SOURCE_DIR) + "/examples/campaign.json";
 
@@ -65,7 +41,7 @@ const std::string kCampaign = std::string(IAM_SOURCE_DIR) + "/examples/campaign.
 // from 172800 s to 432000 s after the start.
 TEST(IamSimulate, PlaysAJourneyAsTheRulesDecide) {
   iam::testing::ScratchDirectory dir;
-  const auto journey = write(dir, "journey.jsonl", R"({"launch": "1.0"}
+  const auto journey = writeFile(dir, "journey.jsonl", R"({"launch": "1.0"}
 {"event": "levelComplete"}
 {"event": "levelComplete"}
 {"event": "levelComplete"}
@@ -160,15 +136,15 @@ TEST(IamSimulate, RefusesAJourneyLineWithItsNumber) {
       {"{\"launch\": \"1.0\"}\n{\"tap\": \"ok\"}\n", ":2: nothing has been shown to tap"},
       {"{\"launch\": \"1.0\"}\n{\"campaign\": \"missing.json\"}\n", ":2: cannot read"}};
   for (const auto& [text, message] : cases) {
-    const auto run = simulate(kCampaign, write(dir, "bad.jsonl", text));
+    const auto run = simulate(kCampaign, writeFile(dir, "bad.jsonl", text));
     EXPECT_EQ(run.status, 2) << text;
     EXPECT_NE(run.err.find(dir.file("bad.jsonl") + message), std::string::npos) << text << run.err;
   }
   // An id whose mapping overflows is served like any other; the app drops that advertisement.
-  const auto overflowing = write(dir, "overflow.json", R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0},
+  const auto overflowing = writeFile(dir, "overflow.json", R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0},
     "advertisements": [{"id": "x", "lifecycle": {}, "display": {"id": 16}, "okAction": {"id": 9223372036854775807},
     "dataSource": {"id": 1}, "state": {"id": 1}, "ignoreGlobalMinimumPopupTimeInterval": false}]})");
-  const auto run = simulate(overflowing, write(dir, "ok.jsonl", "{\"launch\": \"1.0\"}\n"));
+  const auto run = simulate(overflowing, writeFile(dir, "ok.jsonl", "{\"launch\": \"1.0\"}\n"));
   EXPECT_EQ(run.status, 0) << run.err;
   EXPECT_NE(run.out.find("IAM: Advertisement 'x' dropped: its okAction.id 9223372036854775807 cannot be mapped."),
             std::string::npos) << run.out;
@@ -190,7 +166,7 @@ TEST(IamSimulate, MeetsTheJsonCorpusAsJourneyAndAsCampaign) {
     journey += json{{"campaign", entry.path().string()}}.dump() + "\n{\"refresh\": true}\n{\"event\": \"levelComplete\"}\n";
     ++files;
   }
-  const auto run = simulate(kCampaign, write(dir, "corpus.jsonl", journey));
+  const auto run = simulate(kCampaign, writeFile(dir, "corpus.jsonl", journey));
   ASSERT_EQ(run.status, 0) << run.err;
   std::size_t failed = 0;
   for (const auto& line : lines(run.out, false)) failed += line["kind"] == "fetch" && line["result"] == "failed";

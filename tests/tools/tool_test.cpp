@@ -1,5 +1,3 @@
-// Runs the `iam` binary as a process, as its users do.
-
 #include <gtest/gtest.h>
 #include <httplib.h>
 #include <signal.h>
@@ -8,11 +6,10 @@
 
 #include <cstdio>
 #include <filesystem>
-#include <fstream>
 #include <nlohmann/json.hpp>
-#include <iterator>
 #include <sstream>
 #include <string>
+#include <vector>
 
 #include "iam/ArchivableClasses.h"
 #include "iam/manager/ZTInAppMarketingManagerLogic.h"
@@ -23,96 +20,61 @@
 #include "iam/service/AdvertisementsResponseParser.h"
 #include "iam/service/IAMWebService.h"
 #include "iam/stats/ZTIAMStatsHelper.h"
-#include "platform/ScratchDirectory.h"
 #include "testing/TestEnvironment.h"
 #include "tools/iam/Commands.h"
+#include "tools/ToolTestSupport.h"
 #include "tools/refservice/ReferenceMarketingService.h"
 
 namespace {
 
-// The exit status (-1 when the process did not exit normally: a crash) and stdout with stderr.
-struct Run { int status = -1; std::string output; };
-
-Run runTool(const std::string& arguments) {
-  Run run;
-  const std::string command = std::string("'") + IAM_TOOL_PATH + "' " + arguments + " 2>&1";
-  FILE* pipe = ::popen(command.c_str(), "r");
-  if (!pipe) return run;
-  char buffer[4096];
-  std::size_t n = 0;
-  while ((n = std::fread(buffer, 1, sizeof buffer, pipe)) > 0) run.output.append(buffer, n);
-  const int raw = ::pclose(pipe);
-  if (WIFEXITED(raw)) run.status = WEXITSTATUS(raw);
-  return run;
-}
+using iam::testing::readFile;
+using iam::testing::runTool;
+using iam::testing::writeFile;
 
 std::string data(const std::string& name) { return std::string(IAM_SOURCE_DIR) + "/tests/tools/data/" + name; }
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  return {std::istreambuf_iterator<char>(in), {}};
-}
-
-void writeFile(const std::string& path, const std::string& text) { std::ofstream(path, std::ios::binary) << text; }
-
-void expectContains(const Run& run, std::initializer_list<const char*> texts) {
-  for (const char* text : texts) EXPECT_NE(run.output.find(text), std::string::npos) << text << "\n---\n" << run.output;
-}
-
-TEST(IamLint, KeepsAGoodCampaignAndExitsZero) {
-  const auto run = runTool("lint '" + data("campaign_good.json") + "'");
-  EXPECT_EQ(run.status, 0) << run.output;
-  expectContains(run, {"advertisements[0] 'rate-us': kept\n", "advertisements[1] 'interstitial': kept\n",
-                       "2 advertisements: 2 kept, 0 dropped"});
-}
-
-TEST(IamLint, NamesEveryDropWithItsPathAndWhatCanNeverShow) {
-  const auto run = runTool("lint '" + data("campaign_bad.json") + "'");
-  EXPECT_EQ(run.status, 1) << run.output;
-  expectContains(run, {"advertisements[0] 'no-display': dropped\n  advertisements[0].display.id: 13 is not 14",
-                       "advertisements[1] 'expired': kept, but can never show\n",
-                       "  advertisements[1].triggers[1].id: missing (trigger dropped)\n",
-                       "because of its start and end date. It ended at 2001-01-01T00:00:00Z.",
-                       "advertisements[2] 'contact': kept, but can never show\n",
-                       "because open contact form is not supported.", "its state is 3, not live (1)",
-                       "advertisements[3] 'linked': kept\n",
-                       "opens advertisement 'no-display', which this answer does not keep",
-                       "4 advertisements: 3 kept (2 can never show), 1 dropped"});
-}
-
-TEST(IamLint, ChecksRankedListsWithTheirOwnParser) {
-  const auto run = runTool("lint --ranked '" + data("ranked.json") + "'");
-  EXPECT_EQ(run.status, 1) << run.output;
-  expectContains(run, {"rankedApps[0] 'a': kept\n",
-                       "rankedApps[1] 'b': dropped\n  rankedApps[1].priorityId: 4 is not 1, 2 or 3"});
-  EXPECT_EQ(runTool("lint '" + data("ranked.json") + "'").status, 2);  // no advertisements answer
-}
-
-TEST(IamLint, RefusesWhatIsNoReadableAnswerWithExitTwo) {
+// Exit 0 when all is kept, 1 when something is dropped, 2 when there is no answer of the kind asked for.
+TEST(IamLint, NamesEveryVerdictWithItsPathAndExitsByTheWorst) {
   iam::testing::ScratchDirectory dir;
-  const std::pair<const char*, const char*> cases[] = {
-      {"", "not valid JSON"},
-      {"{\"advertisements\": [],\n  oops}", "(line 2, column 3)"},
-      {R"({"advertisements": []})", "appConfig: missing (answer dropped)"}};
-  for (const auto& [text, reason] : cases) {
-    writeFile(dir.file("answer.json"), text);
-    const auto run = runTool("lint '" + dir.file("answer.json") + "'");
-    EXPECT_EQ(run.status, 2) << text;
-    expectContains(run, {reason});
+  int written = 0;
+  const auto file = [&](const char* text) { return "'" + writeFile(dir, std::to_string(++written) + ".json", text) + "'"; };
+  const struct {
+    std::string arguments;
+    int status;
+    std::vector<std::string> texts;
+  } cases[] = {
+      {"'" + data("campaign_good.json") + "'", 0,
+       {"advertisements[0] 'rate-us': kept\n", "advertisements[1] 'interstitial': kept\n",
+        "2 advertisements: 2 kept, 0 dropped"}},
+      {"'" + data("campaign_bad.json") + "'", 1,
+       {"advertisements[0] 'no-display': dropped\n  advertisements[0].display.id: 13 is not 14",
+        "advertisements[1] 'expired': kept, but can never show\n",
+        "  advertisements[1].triggers[1].id: missing (trigger dropped)\n",
+        "because of its start and end date. It ended at 2001-01-01T00:00:00Z.",
+        "advertisements[2] 'contact': kept, but can never show\n", "because open contact form is not supported.",
+        "its state is 3, not live (1)", "advertisements[3] 'linked': kept\n",
+        "opens advertisement 'no-display', which this answer does not keep",
+        "4 advertisements: 3 kept (2 can never show), 1 dropped"}},
+      {"--ranked '" + data("ranked.json") + "'", 1,
+       {"rankedApps[0] 'a': kept\n", "rankedApps[1] 'b': dropped\n  rankedApps[1].priorityId: 4 is not 1, 2 or 3"}},
+      {"'" + data("ranked.json") + "'", 2, {}},  // no advertisements answer
+      {file(R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0}, "advertisements": [
+        {"id": "x", "lifecycle": {}, "display": {"id": 16}, "okAction": {"id": 0}, "state": {"id": 1},
+         "dataSource": {"id": -9223372036854775808}, "ignoreGlobalMinimumPopupTimeInterval": false}]})"),
+       1,
+       {"advertisements[0].dataSource.id: -9223372036854775808 overflows when mapped (advertisement dropped)",
+        "1 advertisements: 0 kept, 1 dropped"}},
+      {file(""), 2, {"not valid JSON"}},
+      {file("{\"advertisements\": [],\n  oops}"), 2, {"(line 2, column 3)"}},
+      {file(R"({"advertisements": []})"), 2, {"appConfig: missing (answer dropped)"}},
+      {"'" + dir.file("missing.json") + "'", 2, {"cannot read"}},
+      {"", 2, {}},
+  };
+  for (const auto& c : cases) {
+    const auto run = runTool("lint " + c.arguments);
+    EXPECT_EQ(run.status, c.status) << c.arguments << "\n" << run.out;
+    for (const auto& text : c.texts) EXPECT_NE(run.out.find(text), std::string::npos) << text << "\n---\n" << run.out;
   }
-  EXPECT_NE(runTool("lint '" + dir.file("missing.json") + "'").output.find("cannot read"), std::string::npos);
-  EXPECT_EQ(runTool("lint").status, 2);
-}
-
-TEST(IamLint, DropsAnAdvertisementWhoseIdMappingOverflowsWithExitOne) {
-  iam::testing::ScratchDirectory dir;
-  writeFile(dir.file("answer.json"), R"({"appConfig": {"minimumPopupImpressionTimeInterval": 0}, "advertisements": [
-    {"id": "x", "lifecycle": {}, "display": {"id": 16}, "okAction": {"id": 0}, "state": {"id": 1},
-     "dataSource": {"id": -9223372036854775808}, "ignoreGlobalMinimumPopupTimeInterval": false}]})");
-  const auto run = runTool("lint '" + dir.file("answer.json") + "'");
-  EXPECT_EQ(run.status, 1) << run.output;
-  expectContains(run, {"advertisements[0].dataSource.id: -9223372036854775808 overflows when mapped (advertisement dropped)",
-                       "1 advertisements: 0 kept, 1 dropped"});
 }
 
 // In-process: a crash, an abort or an escaped exception fails the whole program.
@@ -161,8 +123,8 @@ TEST(IamStats, ReadsWhatTheLibraryStored) {
     iam::PreferencesStore::setStandard(nullptr);
   }
   const auto run = runTool("stats --json --prefs '" + prefs + "'");
-  ASSERT_EQ(run.status, 0) << run.output;
-  const auto json = nlohmann::json::parse(run.output);
+  ASSERT_EQ(run.status, 0) << run.out;
+  const auto json = nlohmann::json::parse(run.out);
   EXPECT_EQ(json["launches"], 2);
   EXPECT_EQ(json["events"], nlohmann::json({{"appToForeground", 1}}));
   EXPECT_EQ(json["advertisements"]["rate-us"],
@@ -170,10 +132,9 @@ TEST(IamStats, ReadsWhatTheLibraryStored) {
                             {"triggers", {{"third-launch", 2}}}}));
   EXPECT_EQ(json["cache"]["advertisements"],
             nlohmann::json({{"count", 2}, {"etag", "\"tag-1\""}, {"fetchedAt", "2026-01-01T00:00:00Z"}}));
-  EXPECT_NE(runTool("stats --prefs '" + prefs + "'").output.find("trigger third-launch fired 2"), std::string::npos);
+  EXPECT_NE(runTool("stats --prefs '" + prefs + "'").out.find("trigger third-launch fired 2"), std::string::npos);
   // A file that is no preferences store is refused, and not turned into one.
-  writeFile(dir.file("empty.sqlite"), "");
-  EXPECT_EQ(runTool("stats --prefs '" + dir.file("empty.sqlite") + "'").status, 2);
+  EXPECT_EQ(runTool("stats --prefs '" + writeFile(dir, "empty.sqlite", "") + "'").status, 2);
   EXPECT_EQ(std::filesystem::file_size(dir.file("empty.sqlite")), 0u);
 }
 
