@@ -11,7 +11,6 @@
 #include <mutex>
 #include <string>
 #include <thread>
-#include <vector>
 
 namespace iam::testing {
 
@@ -27,7 +26,7 @@ class TestHttpServer {
     server_.Post(".*", [this](const httplib::Request& request, httplib::Response& response) {
       {
         std::lock_guard lock(mutex_);
-        received_.push_back(request);
+        ++receivedCount_;
       }
       handler_(request, response);
     });
@@ -56,13 +55,9 @@ class TestHttpServer {
     isReleased_ = true;
     released_.notify_all();
   }
-  std::vector<httplib::Request> received() const {
-    std::lock_guard lock(mutex_);
-    return received_;
-  }
   std::size_t receivedCount() const {
     std::lock_guard lock(mutex_);
-    return received_.size();
+    return receivedCount_;
   }
 
  private:
@@ -73,7 +68,7 @@ class TestHttpServer {
   mutable std::mutex mutex_;
   std::condition_variable released_;
   bool isReleased_ = false;                 // guarded by mutex_
-  std::vector<httplib::Request> received_;  // guarded by mutex_
+  std::size_t receivedCount_ = 0;           // guarded by mutex_
 };
 
 }  // namespace iam::testing

@@ -14,15 +14,11 @@ namespace {
 
 using testing::TestHttpServer;
 
-class TransportConcurrencyTest : public ::testing::Test {
- protected:
-  testing::TestEnvironment env;
-};
-
 // Requests started from several threads, some cancelled from yet other threads while their answers
 // arrive: every request ends exactly once (completion or cancel), never both, and the transport
 // winds down afterwards.
-TEST_F(TransportConcurrencyTest, RequestsFromManyThreadsWithRacingCancelsEachEndOnce) {
+TEST(TransportConcurrencyTest, RequestsFromManyThreadsWithRacingCancelsEachEndOnce) {
+  testing::TestEnvironment env;
   TestHttpServer server([](const httplib::Request&, httplib::Response& response) {
     response.set_content(R"({"ok":true})", "application/json");
   }, 1);

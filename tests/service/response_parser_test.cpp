@@ -2,8 +2,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include <string>
+#include <unordered_set>
+
 #include "iam/service/AdvertisementsResponseParser.h"
 #include "iam/service/NativeQualityNetworkResponse.h"
+#include "iam/service/NativeQualityNetworkResponseParser.h"
+#include "model/model_test_support.h"
 #include "testing/TestEnvironment.h"
 
 namespace iam {
@@ -30,9 +35,8 @@ std::shared_ptr<OspreyServiceContentInfo> contentInfo() {
   return std::make_shared<OspreyServiceContentInfo>(dateWithTimeIntervalSince1970(1000), false);
 }
 
-std::shared_ptr<AdvertisementsRequestResponse> parse(const json& j, std::optional<std::string> etag = std::nullopt,
-                                                     ZTIAMParseDiagnostics* diagnostics = nullptr) {
-  return AdvertisementsResponseParser().parse(j.dump(), contentInfo(), std::move(etag), diagnostics);
+std::shared_ptr<AdvertisementsRequestResponse> parse(const json& j) {
+  return AdvertisementsResponseParser().parse(j.dump(), contentInfo(), std::nullopt);
 }
 
 TEST(AdvertisementsResponseParserTest, KeepsAnswerOrderAndDropsOnlyBadAdvertisements) {
@@ -76,39 +80,33 @@ TEST(AdvertisementsResponseParserTest, TheWholeAnswerFailsOnItsEnvelope) {
   }
 }
 
-TEST(AppConfigParserTest, AttributesAreTakenOnlyWhenEveryValueIsAString) {
+// A host's own configuration type.
+class HostConfig final : public ZTIAMAppConfigType {
+ public:
+  double minimumPopupImpressionTimeInterval() const override { return 60.5; }
+  std::map<std::string, std::string> attributes() const override { return {{"y", "2"}, {"z", "3"}, {"x", "1"}}; }
+};
+
+// Attributes are taken only when every value is a string; equality ignores key order but no value.
+TEST(AppConfigParserTest, AttributesAreAllOrNothingAndEqualityWeighsEveryValue) {
   AppConfigParser parser;
-  auto config = parser.parse(R"({"minimumPopupImpressionTimeInterval": 30.5, "attributes": {"a": "1", "b": "2"}})");
-  ASSERT_TRUE(config);
-  EXPECT_TRUE(AppConfig(30.5, {{"a", "1"}, {"b", "2"}}).isEqual(*config));
-  EXPECT_EQ(config->attributeForKey("b"), "2");
-  EXPECT_EQ(config->attributeForKey("c"), std::nullopt);
+  auto a = parser.parse(R"({"minimumPopupImpressionTimeInterval": 60.5, "attributes": {"x": "1", "y": "2", "z": "3"}})");
+  auto b = parser.parse(R"({"attributes": {"z": "3", "x": "1", "y": "2"}, "minimumPopupImpressionTimeInterval": 60.50})");
+  ASSERT_TRUE(a && b);
+  EXPECT_TRUE(a->isEqual(*b) && *a == *b && a->isEqual(HostConfig()));
+  EXPECT_EQ(a->attributeForKey("y"), "2");
+  EXPECT_EQ(a->attributeForKey("c"), std::nullopt);
   for (std::string attributes : {R"(, "attributes": {"a": "1", "n": 2})", R"(, "attributes": {"a": null})",
                                  R"(, "attributes": ["a"])", R"(, "attributes": "a")", ""}) {
     auto c = parser.parse(R"({"minimumPopupImpressionTimeInterval": 1)" + attributes + "}");
     ASSERT_TRUE(c) << attributes;
     EXPECT_TRUE(AppConfig(1, {}).isEqual(*c)) << attributes;
   }
-}
-
-// A host's own configuration type.
-class HostConfig final : public ZTIAMAppConfigType {
- public:
-  double minimumPopupImpressionTimeInterval() const override { return 60; }
-  std::map<std::string, std::string> attributes() const override { return {{"y", "2"}, {"z", "3"}, {"x", "1"}}; }
-};
-
-TEST(AppConfigEquality, IndependentOfKeyOrderSensitiveToEveryValue) {
-  AppConfigParser parser;
-  auto a = parser.parse(R"({"minimumPopupImpressionTimeInterval": 60, "attributes": {"x": "1", "y": "2", "z": "3"}})");
-  auto b = parser.parse(R"({"attributes": {"z": "3", "x": "1", "y": "2"}, "minimumPopupImpressionTimeInterval": 60.0})");
-  ASSERT_TRUE(a && b);
-  EXPECT_TRUE(a->isEqual(*b) && *a == *b && a->isEqual(HostConfig()));
   using Map = std::map<std::string, std::string>;
-  for (const AppConfig& other : {AppConfig(60.000001, Map{{"x", "1"}, {"y", "2"}, {"z", "3"}}),
-                                 AppConfig(60, Map{{"x", "1"}, {"y", "2"}, {"z", "3"}, {"w", "4"}}),
-                                 AppConfig(60, Map{{"x", "1"}, {"y", "2"}}), AppConfig(60, Map{{"x", "1"}, {"y", "2"}, {"z", "4"}}),
-                                 AppConfig(60, Map{{"x", "1"}, {"y", "2"}, {"q", "3"}})}) {
+  for (const AppConfig& other : {AppConfig(60.500001, Map{{"x", "1"}, {"y", "2"}, {"z", "3"}}),
+                                 AppConfig(60.5, Map{{"x", "1"}, {"y", "2"}, {"z", "3"}, {"w", "4"}}),
+                                 AppConfig(60.5, Map{{"x", "1"}, {"y", "2"}}), AppConfig(60.5, Map{{"x", "1"}, {"y", "2"}, {"z", "4"}}),
+                                 AppConfig(60.5, Map{{"x", "1"}, {"y", "2"}, {"q", "3"}})}) {
     EXPECT_FALSE(a->isEqual(other) || other.isEqual(*a));
   }
 }
@@ -136,30 +134,114 @@ TEST(ResponseExpiry, ExpiresStrictlyAfterOneDayOrWhenMarkedStale) {
   EXPECT_FALSE(response.isExpired());
 }
 
-TEST(AdvertisementsResponseDiagnostics, ReportsEachDropWithItsPathInTheAnswer) {
-  auto bad = advertisement("x");
-  bad["display"]["id"] = 13;
-  auto badTrigger = advertisement("y");
-  badTrigger["triggers"] = json::parse(R"([{"id": "t", "key": "k"}, {"key": "k"}])");
-  ZTIAMCollectingParseDiagnostics diagnostics;
-  auto response = parse(answer({advertisement("a"), advertisement("b"), badTrigger, bad}), std::nullopt, &diagnostics);
+json rankedApp(const std::string& id, json priority = 1) {
+  return {{"id", id},
+          {"priorityId", std::move(priority)},
+          {"advertisedApp", {{"id", "app-" + id}, {"storeUrl", "https://store.example.com/" + id}}},
+          {"showFree", true},
+          {"resources", {{"title", "T"}, {"none", nullptr}, {"number", 3}}}};
+}
+
+std::shared_ptr<NativeQualityNetworkResponse> parseRanked(const json& j, ZTIAMParseDiagnostics* diagnostics = nullptr) {
+  return NativeQualityNetworkResponseParser().parse(j.dump(), contentInfo(), "tag", diagnostics);
+}
+
+TEST(QualityNetworkParserTest, MapsRankedAppsInOrderAndDropsBadOnes) {
+  auto noApp = rankedApp("no-app");
+  noApp.erase("advertisedApp");
+  auto badApp = rankedApp("bad-app");
+  badApp["advertisedApp"] = {{"storeUrl", "x"}};
+  // Optional members of the wrong type leave their defaults.
+  auto sparse = rankedApp("sparse", 3);
+  sparse["showFree"] = "yes";
+  sparse["resources"] = json::array({"title"});
+  auto response = parseRanked({{"rankedApps", {rankedApp("b", 2), rankedApp("zero", 0), rankedApp("four", 4), noApp, badApp,
+                                         rankedApp("text", "1"), rankedApp("flag", true), sparse}}});
   ASSERT_TRUE(response);
-  EXPECT_EQ(response->advertisements().size(), 3u);
+  EXPECT_EQ(response->etag(), "tag");
+  EXPECT_EQ(response->maximumAge(), 86400);
+  auto apps = response->qualityNetworkRankedApps();
+  ASSERT_EQ(apps.size(), 2u);
+  EXPECT_EQ((std::pair{apps[0]->rankedAppId(), apps[1]->rankedAppId()}), (std::pair<std::string, std::string>{"b", "sparse"}));
+  EXPECT_EQ((std::pair{apps[0]->priority(), apps[1]->priority()}),
+            (std::pair{ZTIAMQualityNetworkPriorityMedium, ZTIAMQualityNetworkPriorityLow}));
+  const auto& first = *apps[0];
+  EXPECT_TRUE(first.showFreeBadge());
+  ASSERT_TRUE(first.advertisedApp());
+  EXPECT_EQ(first.advertisedApp()->appId(), "app-b");
+  EXPECT_EQ(first.getResourceValue("title"), "T");
+  EXPECT_EQ(first.resources().count("none"), 1u);
+  EXPECT_EQ(first.resources().count("number"), 0u);
+  EXPECT_FALSE(apps[1]->showFreeBadge());
+  EXPECT_TRUE(apps[1]->resources().empty());
+}
+
+TEST(QualityNetworkParserTest, TheEnvelopeDecidesAboutTheWholeAnswer) {
+  for (const json& doc : {json::object(), json({{"other", 1}}), json({{"rankedApps", json::object()}}),
+                          json({{"rankedApps", {rankedApp("a"), "b"}}})}) {
+    EXPECT_EQ(parseRanked(doc), nullptr) << doc;
+  }
+  for (const json& apps : {json::array(), json::array({rankedApp("a", 9)})}) {
+    auto empty = parseRanked({{"rankedApps", apps}});
+    ASSERT_TRUE(empty) << apps;
+    EXPECT_TRUE(empty->qualityNetworkRankedApps().empty());
+  }
+  ZTIAMCollectingParseDiagnostics diagnostics;
+  parseRanked({{"rankedApps", {rankedApp("a"), rankedApp("b", 0)}}}, &diagnostics);
   EXPECT_EQ(diagnostics.lines(), (std::vector<std::string>{
-                                     "advertisements[2].triggers[1].id: missing (trigger dropped)",
-                                     "advertisements[3].display.id: 13 is not 14, 15 or 16 (advertisement dropped)"}));
+                                     "rankedApps[0].resources.number: is the number 3, not a string or null (resource dropped)",
+                                     "rankedApps[1].priorityId: 0 is not 1, 2 or 3 (ranked app dropped)"}));
+}
 
-  ZTIAMCollectingParseDiagnostics envelope;
-  auto a = answer(json::array());
-  a["appConfig"] = {{"minimumPopupImpressionTimeInterval", "1"}};
-  EXPECT_EQ(parse(a, std::nullopt, &envelope), nullptr);
-  ASSERT_FALSE(envelope.entries().empty());
-  EXPECT_EQ(envelope.entries()[0].path, "appConfig.minimumPopupImpressionTimeInterval");
+// Hosts keep ranked apps in sets, so identity is the id alone; a resource replaces the one of its key.
+TEST(RankedAppRecord, IdentityIsTheIdAloneResourcesAreKeptByTheirOwnKey) {
+  ZTIAMQualityNetworkRankedApp a("same");
+  ZTIAMQualityNetworkRankedApp b("same");
+  b.setPriority(ZTIAMQualityNetworkPriorityHigh);
+  b.addResource(std::make_shared<ZTIAMResource>("title", "first"));
+  b.addResource(std::make_shared<ZTIAMResource>("title", "second"));
+  b.addResource(std::make_shared<ZTIAMResource>("blank", std::nullopt));
+  EXPECT_TRUE(a == b);
+  EXPECT_FALSE(a == ZTIAMQualityNetworkRankedApp("other"));
+  EXPECT_EQ(std::unordered_set<ZTIAMQualityNetworkRankedApp>{b}.count(a), 1u);
+  EXPECT_EQ(b.resources().size(), 2u);
+  EXPECT_EQ((std::vector<std::optional<std::string>>{b.getResourceValue("title", "d"), b.getResourceValue("missing"),
+                                                     b.getResourceValue("missing", "d"), b.getResourceValue("blank", "d")}),
+            (std::vector<std::optional<std::string>>{"second", std::nullopt, "d", "d"}));
+}
 
-  ZTIAMCollectingParseDiagnostics notJson;
-  EXPECT_EQ(AdvertisementsResponseParser().parse("{\"advertisements\": [", contentInfo(), std::nullopt, &notJson), nullptr);
-  ASSERT_EQ(notJson.entries().size(), 1u);
-  EXPECT_EQ(notJson.entries()[0].path, "");
+// Each corpus document as a whole answer, as the app configuration, as the advertisements list and
+// as a ranked app.
+TEST(ServiceParsersCorpus, EveryCorpusFileIsRefusedOrParsedWithoutThrowing) {
+  AdvertisementsResponseParser responses;
+  NativeQualityNetworkResponseParser qualityNetwork;
+  auto info = std::make_shared<OspreyServiceContentInfo>(Date{}, false);
+  const auto files = testing::jsonCorpus();
+  ASSERT_GT(files.size(), 300u);
+  for (const auto& [name, bytes] : files) {
+    SCOPED_TRACE(name);
+    ZTIAMCollectingParseDiagnostics sink;
+    EXPECT_NO_THROW({
+      EXPECT_EQ(responses.parse(bytes, info, std::nullopt, &sink), nullptr);
+      EXPECT_EQ(qualityNetwork.parse(bytes, info, std::nullopt, &sink), nullptr);
+      (void)responses.parse(bytes, info, std::nullopt);
+      (void)qualityNetwork.parse(bytes, info, std::nullopt);
+      (void)responses.appConfigParser().parse(bytes);
+      (void)qualityNetwork.rankedAppParser().parse(bytes, &sink);
+      if (name.rfind("y_", 0) == 0) {
+        const std::string config = R"({"minimumPopupImpressionTimeInterval": 1})";
+        (void)responses.parse(R"({"advertisements": [], "appConfig": )" + bytes + "}", info, std::nullopt, &sink);
+        (void)responses.parse(R"({"appConfig": )" + config + R"(, "advertisements": )" + bytes + "}", info, "e", &sink);
+        (void)responses.parse(R"({"appConfig": )" + config + R"(, "advertisements": [)" + bytes + "]}", info, "e", &sink);
+        (void)responses.parse(R"({"appConfig": {"minimumPopupImpressionTimeInterval": 1, "attributes": )" + bytes + "}}",
+                              info, "e", &sink);
+        (void)qualityNetwork.parse(R"({"rankedApps": [)" + bytes + "]}", info, std::nullopt, &sink);
+        (void)qualityNetwork.parse(R"({"rankedApps": [{"id": "a", "priorityId": 1, "advertisedApp": )" + bytes + "}]}",
+                                   info, std::nullopt, &sink);
+      }
+    });
+    EXPECT_FALSE(sink.entries().empty());
+  }
 }
 
 }  // namespace
