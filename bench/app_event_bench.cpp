@@ -117,6 +117,23 @@ void BM_AppEvent(benchmark::State& state) {
   dropManager(std::move(manager));
 }
 
+// The floor of the calling thread's part: handing an empty block to an idle pool, which wakes a
+// worker just as an app event does.
+void BM_HandOverToIdlePool(benchmark::State& state) {
+  std::vector<double> calling;
+  for (auto _ : state) {
+    const auto start = Clock::now();
+    ZTDispatchTools::onBackgroundWithBlock([] {});
+    calling.push_back(std::chrono::duration<double, std::nano>(Clock::now() - start).count());
+    state.PauseTiming();
+    ZTDispatchTools::settle();
+    state.ResumeTiming();
+  }
+  std::sort(calling.begin(), calling.end());
+  state.counters["callingMedianNs"] = calling[calling.size() / 2];
+  state.counters["callingP90Ns"] = calling[calling.size() * 9 / 10];
+}
+
 // The advertisement rules alone over every advertisement, as the walk asks them first for each: the
 // floor of the walk's time per advertisement.
 void BM_AdvertisementRulesPerWalk(benchmark::State& state) {
@@ -134,6 +151,7 @@ BENCHMARK(BM_AppEvent)
     ->ArgsProduct({{10, 100, 1000}, {0, 1}})
     ->UseManualTime()
     ->Unit(benchmark::kMicrosecond);
+BENCHMARK(BM_HandOverToIdlePool)->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_AdvertisementRulesPerWalk)->Arg(1000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace

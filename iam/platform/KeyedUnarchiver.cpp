@@ -7,7 +7,6 @@
 
 #include <msgpack/object.hpp>
 
-#include "iam/platform/WorkerPool.h"
 #include "iam/platform/internal/ArchiveFormat.h"
 
 namespace iam {
@@ -234,16 +233,6 @@ bool KeyedUnarchiver::withArchiveImpl(std::span<const std::uint8_t> data, void (
   } catch (...) {
     return false;
   }
-}
-
-void KeyedUnarchiver::forEachIndex(std::size_t count, void (*call)(void*, std::size_t), void* ctx) {
-  // Below this, waking a worker costs more than it saves.
-  constexpr std::size_t kConcurrentMinimum = 64;
-  if (count < kConcurrentMinimum) {
-    for (std::size_t i = 0; i < count; ++i) call(ctx, i);
-    return;
-  }
-  WorkerPool::shared().forEachConcurrently(count, [&](std::size_t i) { call(ctx, i); });
 }
 
 std::shared_ptr<Archivable> KeyedUnarchiver::unarchivedObjectFromData(std::span<const std::uint8_t> data) {

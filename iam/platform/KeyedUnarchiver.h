@@ -81,11 +81,13 @@ class KeyedUnarchiver {
   std::optional<std::vector<std::shared_ptr<T>>> decodeArrayOfObjectsOfClassForKey(std::string_view key) const {
     auto v = valueForKey(key);
     if (v.kind() != ArchiveValue::Kind::Array) return std::nullopt;
-    std::vector<std::shared_ptr<T>> out(v.size());
-    auto decodeOne = [&](std::size_t i) { out[i] = v.at(i).template decodeObjectOfClass<T>(); };
-    forEachIndex(v.size(), [](void* ctx, std::size_t i) { (*static_cast<decltype(decodeOne)*>(ctx))(i); }, &decodeOne);
-    for (const auto& o : out)
+    std::vector<std::shared_ptr<T>> out;
+    out.reserve(v.size());
+    for (std::size_t i = 0; i < v.size(); ++i) {
+      auto o = v.at(i).template decodeObjectOfClass<T>();
       if (!o) return std::nullopt;
+      out.push_back(std::move(o));
+    }
     return out;
   }
   // None when the key is missing or not a map; with `strict`, also when any value is not a
@@ -99,22 +101,18 @@ class KeyedUnarchiver {
  private:
   friend class ArchiveValue;
   KeyedUnarchiver(const void* map, int depth) : map_(map), depth_(depth) {}
-  // Long arrays and maps (a cached answer's advertisements, the statistics) decode on idle workers too.
-  static void forEachIndex(std::size_t count, void (*call)(void*, std::size_t), void* ctx);
   static bool withArchiveImpl(std::span<const std::uint8_t> data, void (*call)(void*, const ArchiveValue&), void* ctx);
   template <class T>
   static std::optional<std::map<std::string, std::shared_ptr<T>>> dictionaryOfClass(const ArchiveValue& v, bool strict) {
     if (v.kind() != ArchiveValue::Kind::Map) return std::nullopt;
-    std::vector<std::shared_ptr<T>> decoded(v.size());
-    auto decodeOne = [&](std::size_t i) { decoded[i] = v.valueAt(i).template decodeObjectOfClass<T>(); };
-    forEachIndex(v.size(), [](void* ctx, std::size_t i) { (*static_cast<decltype(decodeOne)*>(ctx))(i); }, &decodeOne);
     std::map<std::string, std::shared_ptr<T>> out;
     for (std::size_t i = 0; i < v.size(); ++i) {
-      if (!decoded[i]) {
+      auto o = v.valueAt(i).template decodeObjectOfClass<T>();
+      if (!o) {
         if (strict) return std::nullopt;
         continue;
       }
-      out.emplace_hint(out.end(), std::string(v.keyAt(i)), std::move(decoded[i]));  // written in key order
+      out.emplace_hint(out.end(), std::string(v.keyAt(i)), std::move(o));  // maps are written in key order
     }
     return out;
   }

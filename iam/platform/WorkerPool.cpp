@@ -1,7 +1,6 @@
 #include "iam/platform/WorkerPool.h"
 
 #include <algorithm>
-#include <atomic>
 #include <cstdlib>
 #include <exception>
 #include <string>
@@ -37,10 +36,8 @@ WorkerPool& WorkerPool::shared() {
   return *pool;
 }
 
-unsigned WorkerPool::threadCount() { return std::clamp(std::thread::hardware_concurrency(), 2u, 4u); }
-
 void WorkerPool::startThreadsLocked() {
-  const unsigned count = threadCount();
+  const unsigned count = std::clamp(std::thread::hardware_concurrency(), 2u, 4u);
   auto service = ThreadService::current();
   static const bool registered = (std::atexit([] { WorkerPool::shared().stopAtExit(); }), true);
   (void)registered;
@@ -122,41 +119,6 @@ void WorkerPool::stopAtExit() {
   }
   workAvailable_.notify_all();
   for (auto& thread : threads) thread.join();  // a block that ends the process is not waited for
-}
-
-void WorkerPool::forEachConcurrently(std::size_t count, const std::function<void(std::size_t)>& body) {
-  // Outlives the call: a helper may start after every index was claimed and find nothing to do.
-  struct Shared {
-    std::atomic<std::size_t> next{0};
-    std::size_t count = 0;
-    const std::function<void(std::size_t)>* body = nullptr;  // only called for claimed indices
-    std::mutex mutex;
-    std::condition_variable allDone;
-    std::size_t done = 0;         // guarded by mutex
-    std::exception_ptr error;     // guarded by mutex
-  };
-  auto shared = std::make_shared<Shared>();
-  shared->count = count;
-  shared->body = &body;
-  const auto runClaimed = [](Shared& s) {
-    for (std::size_t i; (i = s.next.fetch_add(1, std::memory_order_relaxed)) < s.count;) {
-      std::exception_ptr error;
-      try {
-        (*s.body)(i);
-      } catch (...) {
-        error = std::current_exception();
-      }
-      std::lock_guard lock(s.mutex);
-      if (error && !s.error) s.error = error;
-      if (++s.done == s.count) s.allDone.notify_all();
-    }
-  };
-  const std::size_t helpers = count < 2 ? 0 : std::min<std::size_t>(count - 1, threadCount());
-  for (std::size_t h = 0; h < helpers; ++h) submitAhead([shared, runClaimed] { runClaimed(*shared); });
-  runClaimed(*shared);
-  std::unique_lock lock(shared->mutex);
-  shared->allDone.wait(lock, [&] { return shared->done == shared->count; });
-  if (shared->error) std::rethrow_exception(shared->error);
 }
 
 bool WorkerPool::waitForIdle(TimeInterval timeoutSeconds) {

@@ -29,12 +29,6 @@ class WorkerPool {
   // saves among it) must not wait behind a burst of app event walks.
   void submitAhead(Block block);
 
-  // Runs body(0) ... body(count - 1) on the calling thread and on idle workers together, and returns
-  // when all have run. Workers only help: an index none of them has claimed runs here, so a busy
-  // pool never makes the caller wait for queued work. The first exception thrown by `body` is
-  // rethrown here, after every index has run.
-  void forEachConcurrently(std::size_t count, const std::function<void(std::size_t)>& body);
-
   // Blocks until nothing is queued or running (false when the timeout passes first).
   bool waitForIdle(TimeInterval timeoutSeconds);
   // Threads running work (none before the first submit).
@@ -46,7 +40,6 @@ class WorkerPool {
   WorkerPool() = default;
   void enqueue(Block block, bool ahead);
   void startThreadsLocked();
-  static unsigned threadCount();
   void work();
   void stopAtExit();
 

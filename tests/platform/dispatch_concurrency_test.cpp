@@ -3,17 +3,13 @@
 #include <algorithm>
 #include <atomic>
 #include <chrono>
-#include <map>
 #include <mutex>
-#include <string>
 #include <functional>
 #include <stdexcept>
 #include <thread>
 #include <vector>
 
 #include "iam/platform/Clock.h"
-#include "iam/platform/KeyedArchiver.h"
-#include "iam/platform/KeyedUnarchiver.h"
 #include "iam/platform/LogBridge.h"
 #include "iam/platform/RunLoop.h"
 #include "iam/platform/ZTDispatchTools.h"
@@ -151,64 +147,6 @@ TEST_F(DispatchTest, WorkSubmittedAheadIsTakenBeforeQueuedBlocksAndKeepsItsOrder
   release = true;
   ASSERT_TRUE(pool.waitForIdle(60));
   EXPECT_EQ(taken.size(), 50u + static_cast<std::size_t>(workers) + 2u);
-}
-
-struct Item : Archivable {
-  static constexpr std::string_view kArchiveClassName = "TestItem";
-  std::int64_t n = 0;
-  std::string_view archiveClassName() const override { return kArchiveClassName; }
-  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeInteger(n, "n"); }
-  static std::shared_ptr<Item> initWithCoder(const KeyedUnarchiver& c) {
-    const auto n = c.decodeIntegerForKey("n");
-    if (n < 0) return nullptr;  // refused
-    auto item = std::make_shared<Item>();
-    item->n = n;
-    return item;
-  }
-};
-
-struct ItemList : Archivable {
-  static constexpr std::string_view kArchiveClassName = "TestItemList";
-  std::vector<std::shared_ptr<Item>> items;
-  std::string_view archiveClassName() const override { return kArchiveClassName; }
-  void encodeWithCoder(KeyedArchiver& c) const override { c.encodeObjectArray(items, "items"); }
-  static std::shared_ptr<ItemList> initWithCoder(const KeyedUnarchiver& c) {
-    auto items = c.decodeArrayOfObjectsOfClassForKey<Item>("items");
-    if (!items) return nullptr;
-    auto list = std::make_shared<ItemList>();
-    list->items = std::move(*items);
-    return list;
-  }
-};
-
-// Long lists and maps decode on the pool's workers beside the caller.
-TEST_F(DispatchTest, LongArchivedListsAndMapsDecodeWholeAndInOrderAcrossWorkers) {
-  constexpr int kCount = 300;
-  ItemList list;
-  std::map<std::string, std::shared_ptr<Item>> map;
-  const auto key = [](int i) { return "key-" + std::to_string(1000 + i); };
-  for (int i = 0; i < kCount; ++i) {
-    list.items.push_back(std::make_shared<Item>());
-    list.items.back()->n = i;
-    map[key(i)] = list.items.back();
-  }
-  auto decodedList = KeyedUnarchiver::unarchivedObjectOfClass<ItemList>(KeyedArchiver::archivedDataWithRootObject(list));
-  ASSERT_TRUE(decodedList);
-  ASSERT_EQ(decodedList->items.size(), static_cast<std::size_t>(kCount));
-  for (int i = 0; i < kCount; ++i) EXPECT_EQ(decodedList->items[i]->n, i);
-  auto decodedMap = KeyedUnarchiver::unarchivedDictionaryOfClass<Item>(KeyedArchiver::archivedDataWithRootDictionary(map));
-  ASSERT_TRUE(decodedMap);
-  ASSERT_EQ(decodedMap->size(), static_cast<std::size_t>(kCount));
-  for (int i = 0; i < kCount; ++i) EXPECT_EQ(decodedMap->at(key(i))->n, i);
-
-  // One refused record: a list is refused whole, a map leaves that entry out.
-  list.items[kCount / 2]->n = -1;
-  EXPECT_FALSE(KeyedUnarchiver::unarchivedObjectOfClass<ItemList>(KeyedArchiver::archivedDataWithRootObject(list)));
-  decodedMap = KeyedUnarchiver::unarchivedDictionaryOfClass<Item>(KeyedArchiver::archivedDataWithRootDictionary(map));
-  ASSERT_TRUE(decodedMap);
-  EXPECT_EQ(decodedMap->size(), static_cast<std::size_t>(kCount - 1));
-  EXPECT_FALSE(decodedMap->contains(key(kCount / 2)));
-  EXPECT_EQ(decodedMap->at(key(kCount - 1))->n, kCount - 1);
 }
 
 TEST_F(DispatchTest, TimersScheduledAndInvalidatedFromOtherThreads) {
