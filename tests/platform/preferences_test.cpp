@@ -147,9 +147,13 @@ TEST_F(PreferencesTest, UnreadableFilesAreMovedAsideKeepingWhatCanBeRead) {
       std::ofstream(path, std::ios::binary) << std::string(8192, '\x5a');
       std::ofstream(path + "-wal", std::ios::binary) << "wal bytes";
     } else if (damage == 2) {
+      // The last page, wherever the page size puts it (the header's big-endian bytes 16 and 17).
+      const std::string bytes = fileBytes(path);
+      const std::size_t pageSize = static_cast<std::size_t>(static_cast<unsigned char>(bytes[16]) << 8 |
+                                                            static_cast<unsigned char>(bytes[17]));
       std::fstream f(path, std::ios::binary | std::ios::in | std::ios::out);
-      f.seekp(3 * 4096);
-      f << std::string(2 * 4096, '\xa5');
+      f.seekp(static_cast<std::streamoff>(bytes.size() - pageSize));
+      f << std::string(pageSize, '\xa5');
     } else {
       std::filesystem::resize_file(path, std::filesystem::file_size(path) / 2);
     }
