@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string_view>
 #include <thread>
+#include <utility>
 
 #include "iam/net/OspreyWebServiceEncryptionDetails.h"
 #include "iam/platform/Thread.h"
@@ -330,37 +331,6 @@ void ReferenceMarketingService::stallFor(double seconds) {
   impl_->stallSeconds = seconds;
 }
 
-void ReferenceMarketingService::answerGarbage() {
-  std::lock_guard lock(impl_->mutex);
-  impl_->setFault(Fault::Garbage);
-}
-
-void ReferenceMarketingService::answerArray() {
-  std::lock_guard lock(impl_->mutex);
-  impl_->setFault(Fault::Array);
-}
-
-void ReferenceMarketingService::answerOversized(std::size_t bytes) {
-  std::lock_guard lock(impl_->mutex);
-  impl_->setFault(Fault::Oversized);
-  impl_->oversizedBytes = bytes;
-}
-
-void ReferenceMarketingService::answerTruncated() {
-  std::lock_guard lock(impl_->mutex);
-  impl_->setFault(Fault::Truncate);
-}
-
-void ReferenceMarketingService::answerNotModified() {
-  std::lock_guard lock(impl_->mutex);
-  impl_->setFault(Fault::NotModified);
-}
-
-void ReferenceMarketingService::answerWrongEntityTag() {
-  std::lock_guard lock(impl_->mutex);
-  impl_->setFault(Fault::WrongEntityTag);
-}
-
 void ReferenceMarketingService::refuseConnections() {
   {
     std::lock_guard lock(impl_->mutex);
@@ -391,22 +361,21 @@ bool ReferenceMarketingService::behaveNormally() {
 std::span<const ReferenceMarketingService::FaultMode> ReferenceMarketingService::faultModes() { return kFaultModes; }
 
 bool ReferenceMarketingService::applyFault(std::string_view name) {
+  // The faults that only change how each request is answered.
+  static constexpr std::pair<std::string_view, Fault> kAnswerFaults[] = {
+      {"not-modified", Fault::NotModified}, {"wrong-etag", Fault::WrongEntityTag}, {"truncate", Fault::Truncate},
+      {"not-json", Fault::Garbage},         {"array", Fault::Array},               {"oversized", Fault::Oversized}};
+  for (const auto& [faultName, fault] : kAnswerFaults) {
+    if (faultName != name) continue;
+    std::lock_guard lock(impl_->mutex);
+    impl_->setFault(fault);
+    impl_->oversizedBytes = kFaultOversizedBytes;
+    return true;
+  }
   if (name == "refuse") {
     refuseConnections();
   } else if (name == "server-error") {
     failWithStatus(500);
-  } else if (name == "not-modified") {
-    answerNotModified();
-  } else if (name == "wrong-etag") {
-    answerWrongEntityTag();
-  } else if (name == "truncate") {
-    answerTruncated();
-  } else if (name == "not-json") {
-    answerGarbage();
-  } else if (name == "array") {
-    answerArray();
-  } else if (name == "oversized") {
-    answerOversized(kFaultOversizedBytes);
   } else if (name == "stall") {
     stallFor(kFaultStallSeconds);
   } else {

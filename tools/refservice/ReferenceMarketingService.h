@@ -70,19 +70,9 @@ class ReferenceMarketingService {
   void failWithStatus(int status);
   // Holds each request this long before answering (until `behaveNormally` or `stop`).
   void stallFor(double seconds);
-  void answerGarbage();
-  void answerArray();
-  // Answers a JSON object of `bytes` bytes, streamed: the service never holds it whole.
-  void answerOversized(std::size_t bytes);
   // Closes the listening port: connections are refused until `behaveNormally` opens it again on
   // the same port.
   void refuseConnections();
-  // Announces the whole answer's length, sends half of it and closes the connection.
-  void answerTruncated();
-  // 304 without an entity tag to every request, whether it holds an answer or not.
-  void answerNotModified();
-  // 304 naming an entity tag that is not the answer's and not the one the request holds.
-  void answerWrongEntityTag();
   // Ends every fault; reopens a refused port. False when that port cannot be opened again.
   bool behaveNormally();
 
