@@ -171,9 +171,23 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
   auto key = appLaunchToAppUpdatedIfNeededFor(eventKey);
   auto self = std::static_pointer_cast<ZTInAppMarketingManager>(shared_from_this());
   ZTDispatchTools::onBackgroundWithBlock([self = std::move(self), key = std::move(key)] {
-    self->updateLogAndStatisticsWithAppEventKey(key);
+    // Saved once the walk ends, whatever way it ends: a save running beside the walk would slow it.
+    bool triggerCounted = false;
+    struct SaveAtEnd {
+      ZTInAppMarketingManager& manager;
+      const bool& triggerCounted;
+      ~SaveAtEnd() {
+        try {
+          manager.statsHelper().saveGlobalAppEventStats();
+          if (triggerCounted) manager.statsHelper().saveAdvertisementStats();
+        } catch (...) {  // out of memory: the counts stay, and the next save writes them
+        }
+      }
+    } saveAtEnd{*self, triggerCounted};
+    self->countAppEventKeyUnsaved(key);
     const auto disabled = self->disabledDisplayTypes();
     // The walk keeps to the list it started with; a newer answer changes the next event.
+    auto seenChanges = self->advertisementResponseChanges();
     const auto walked = self->mostRecentAdvertisementResponse();
     const auto snapshot = walked ? walked->advertisements() : AdvertisementList{};
     // Each advertisement's statistics are fetched once, all at once where they exist, and kept for
@@ -188,19 +202,24 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
     // replaced during the walk, so that a long list is not copied once per advertisement.
     // One popup spacing memo per list: the rule scans the whole list, once per walk, not per trigger.
     std::shared_ptr<AdvertisementsRequestResponse> currentResponse = walked;
+    std::shared_ptr<const ZTIAMAppConfigType> appConfig = walked ? walked->appConfig() : nullptr;
     AdvertisementList replacedList;
     std::optional<AdvertisementStatsView> replacedView;
     ZTIAMAdvertisementValidityHelper::PopupImpressionMemo memo;
     auto currentView = [&]() -> AdvertisementStatsView& {
-      auto held = self->mostRecentAdvertisementResponse();
-      if (held != currentResponse) {
-        if (held != walked) {
-          replacedView.reset();
-          replacedList = held ? held->advertisements() : AdvertisementList{};
-          replacedView.emplace(self->statsHelper(), replacedList);
+      if (const auto changes = self->advertisementResponseChanges(); changes != seenChanges) {
+        seenChanges = changes;
+        auto held = self->mostRecentAdvertisementResponse();
+        if (held != currentResponse) {
+          if (held != walked) {
+            replacedView.reset();
+            replacedList = held ? held->advertisements() : AdvertisementList{};
+            replacedView.emplace(self->statsHelper(), replacedList);
+          }
+          currentResponse = std::move(held);
+          appConfig = currentResponse ? currentResponse->appConfig() : nullptr;
+          memo = {};
         }
-        currentResponse = std::move(held);
-        memo = {};
       }
       return currentResponse == walked ? view : *replacedView;
     };
@@ -218,15 +237,14 @@ void ZTInAppMarketingManager::handleAppEvent(const std::string& eventKey) {
       if (std::none_of(triggers.begin(), triggers.end(), [&](const auto& t) { return listensTo(*t, key); }))
         continue;
       auto& rulesView = currentView();
-      auto trigger = self->findValidTriggerForAdvertisement(
-          *advertisement, index, key, rulesView, currentResponse ? currentResponse->appConfig() : nullptr, memo);
+      auto trigger = self->findValidTriggerForAdvertisement(*advertisement, index, key, rulesView, appConfig, memo);
       if (!trigger) continue;
       const bool preload = displayType == ZTIAMAdvertisementDisplayTypeDfpInterstitialPreload;
       if (!preload) {
         if (shown) continue;
         if (self->advertisementPresenter()->isPresentingAdvertisement()) continue;
       }
-      self->updateLogAndStatisticsWithTrigger(trigger);
+      triggerCounted = self->countTriggerUnsaved(trigger) || triggerCounted;
       ZTDispatchTools::onMainWithBlock([self, advertisement, trigger] {
         self->showAdvertisementWith(
             std::make_shared<AdvertisementConfigurationData>(advertisement, trigger, nullptr, nullptr));

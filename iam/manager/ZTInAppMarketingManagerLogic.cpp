@@ -121,6 +121,7 @@ void ZTInAppMarketingManagerLogic::setMostRecentAdvertisementResponse(
     std::shared_ptr<AdvertisementsRequestResponse> value) {
   std::lock_guard lock(responseMutex_);
   mostRecentAdvertisementResponse_.swap(value);
+  advertisementResponseChanges_.fetch_add(1, std::memory_order_release);
 }
 
 void ZTInAppMarketingManagerLogic::setMostRecentNativeQualityNetworkResponse(
@@ -222,19 +223,28 @@ std::shared_ptr<AdvertisementTriggerType> ZTInAppMarketingManagerLogic::findVali
 }
 
 void ZTInAppMarketingManagerLogic::updateLogAndStatisticsWithAppEventKey(const std::string& eventKey) {
-  if (logInfoEnabled())
-    LogBridge::info(fmt::format("IAM: Registering app event:\r{}", eventKey), kLogFile, __LINE__,
-                    "-[ZTInAppMarketingManagerLogic updateLogAndStatisticsWithAppEventKey:]");
-  statsHelper_->handleAppEventWithKey(eventKey);
+  countAppEventKeyUnsaved(eventKey);
+  statsHelper_->saveGlobalAppEventStats();
 }
 
 void ZTInAppMarketingManagerLogic::updateLogAndStatisticsWithTrigger(
     const std::shared_ptr<AdvertisementTriggerType>& trigger) {
-  if (!trigger) return;
+  if (countTriggerUnsaved(trigger)) statsHelper_->saveAdvertisementStats();
+}
+
+void ZTInAppMarketingManagerLogic::countAppEventKeyUnsaved(const std::string& eventKey) {
+  if (logInfoEnabled())
+    LogBridge::info(fmt::format("IAM: Registering app event:\r{}", eventKey), kLogFile, __LINE__,
+                    "-[ZTInAppMarketingManagerLogic updateLogAndStatisticsWithAppEventKey:]");
+  statsHelper_->countAppEventWithKey(eventKey);
+}
+
+bool ZTInAppMarketingManagerLogic::countTriggerUnsaved(const std::shared_ptr<AdvertisementTriggerType>& trigger) {
+  if (!trigger) return false;
   if (logInfoEnabled())
     LogBridge::info(fmt::format("IAM: Registering trigger:\r{}", describe(*trigger)), kLogFile, __LINE__,
                     "-[ZTInAppMarketingManagerLogic updateLogAndStatisticsWithTrigger:]");
-  statsHelper_->handleTriggerFired(*trigger);
+  return statsHelper_->countTriggerFired(*trigger);
 }
 
 void ZTInAppMarketingManagerLogic::updateLogAndStatisticsWithEvent(

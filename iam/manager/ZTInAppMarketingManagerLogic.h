@@ -1,6 +1,8 @@
 #pragma once
 
+#include <atomic>
 #include <cstddef>
+#include <cstdint>
 #include <memory>
 #include <mutex>
 #include <optional>
@@ -143,6 +145,17 @@ class ZTInAppMarketingManagerLogic : public std::enable_shared_from_this<ZTInApp
       AdvertisementStatsView& view, const std::shared_ptr<const ZTIAMAppConfigType>& appConfig,
       ZTIAMAdvertisementValidityHelper::PopupImpressionMemo& memo);
 
+  // The two counting calls above without their saves: an app event walk counts as it goes and
+  // saves once it ends, so that no save runs beside it. False when nothing was counted.
+  void countAppEventKeyUnsaved(const std::string& eventKey);
+  bool countTriggerUnsaved(const std::shared_ptr<AdvertisementTriggerType>& trigger);
+
+  // Counts replacements of the held answer; read before the answer, it tells a walk cheaply
+  // whether the answer it holds may be out of date.
+  std::uint64_t advertisementResponseChanges() const {
+    return advertisementResponseChanges_.load(std::memory_order_acquire);
+  }
+
   // Only through std::make_shared (by the manager's factory): saves and callbacks need the owner.
   ZTInAppMarketingManagerLogic();
 
@@ -167,6 +180,7 @@ class ZTInAppMarketingManagerLogic : public std::enable_shared_from_this<ZTInApp
   mutable std::mutex responseMutex_;
   std::shared_ptr<AdvertisementsRequestResponse> mostRecentAdvertisementResponse_;       // guarded by responseMutex_
   std::shared_ptr<NativeQualityNetworkResponse> mostRecentNativeQualityNetworkResponse_;  // guarded by responseMutex_
+  std::atomic<std::uint64_t> advertisementResponseChanges_{0};  // written under responseMutex_
   // Constant after construction; shared with the statistics' own save queue.
   std::unique_ptr<ZTIAMStatsHelper> statsHelper_;
   // Main thread.

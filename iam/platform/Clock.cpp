@@ -1,5 +1,6 @@
 #include "iam/platform/Clock.h"
 
+#include <cstdint>
 #include <mutex>
 
 namespace iam {
@@ -8,6 +9,7 @@ namespace {
 struct Installed {
   std::mutex mutex;
   std::shared_ptr<Clock> clock = std::make_shared<SystemClock>();  // guarded by mutex
+  std::atomic<std::uint64_t> generation{1};  // counts installs, after the clock is in place
 };
 
 Installed& installed() {
@@ -23,11 +25,27 @@ std::shared_ptr<Clock> Clock::currentShared() {
   return state.clock;
 }
 
+// Each thread keeps the clock it read last: the rules ask for the date several times per
+// advertisement, and reading the installed clock costs a lock and two reference counts.
+Date Clock::currentDate() {
+  thread_local std::shared_ptr<Clock> cached;
+  thread_local std::uint64_t seen = 0;
+  auto& state = installed();
+  if (const auto generation = state.generation.load(std::memory_order_acquire); generation != seen) {
+    cached = currentShared();
+    seen = generation;
+  }
+  return cached->now();
+}
+
 void Clock::setCurrent(std::shared_ptr<Clock> clock) {
   auto next = clock ? std::move(clock) : std::make_shared<SystemClock>();
   auto& state = installed();
-  std::lock_guard lock(state.mutex);
-  std::swap(state.clock, next);
+  {
+    std::lock_guard lock(state.mutex);
+    std::swap(state.clock, next);
+    state.generation.fetch_add(1, std::memory_order_release);
+  }
 }
 
 void Clock::sleepUntil(Date deadline, const std::function<void(TimeInterval)>& waitRealTime) {

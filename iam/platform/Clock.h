@@ -21,7 +21,7 @@ class Clock {
   // clock that runs in real time calls it, a clock that moves only when told moves to `deadline`.
   virtual void sleepUntil(Date deadline, const std::function<void(TimeInterval)>& waitRealTime);
 
-  static Date currentDate() { return currentShared()->now(); }
+  static Date currentDate();
   // Installs `clock` (none restores the system clock). Shared so that a clock being read on a
   // background thread while it is replaced stays alive.
   static void setCurrent(std::shared_ptr<Clock> clock);

@@ -52,13 +52,13 @@ void ZTIAMAdvertisementStats::setAdvertisementId(std::string advertisementId) {
 }
 
 std::int64_t ZTIAMAdvertisementStats::numberOfImpressions() const {
-  std::lock_guard lock(fieldsMutex());
-  return numberOfImpressions_;
+  return impressionsMirror_.load(std::memory_order_acquire);
 }
 
 void ZTIAMAdvertisementStats::setNumberOfImpressions(std::int64_t value) {
   std::lock_guard lock(fieldsMutex());
   numberOfImpressions_ = value;
+  publish();
   changed();
 }
 
@@ -73,8 +73,7 @@ std::int64_t ZTIAMAdvertisementStats::numberOfDismisses() const {
 }
 
 std::int64_t ZTIAMAdvertisementStats::numberOfPostpones() const {
-  std::lock_guard lock(fieldsMutex());
-  return numberOfPostpones_;
+  return postponesMirror_.load(std::memory_order_acquire);
 }
 
 std::optional<Date> ZTIAMAdvertisementStats::mostRecentImpressionDate() const {
@@ -85,11 +84,13 @@ std::optional<Date> ZTIAMAdvertisementStats::mostRecentImpressionDate() const {
 void ZTIAMAdvertisementStats::setMostRecentImpressionDate(std::optional<Date> value) {
   std::lock_guard lock(fieldsMutex());
   mostRecentImpressionDate_ = value;
-  publishImpressionDate();
+  publish();
   changed();
 }
 
-void ZTIAMAdvertisementStats::publishImpressionDate() {
+void ZTIAMAdvertisementStats::publish() {
+  impressionsMirror_.store(numberOfImpressions_, std::memory_order_release);
+  postponesMirror_.store(numberOfPostpones_, std::memory_order_release);
   if (!mostRecentImpressionDate_) {
     hasImpressionDate_.store(false, std::memory_order_release);
     return;
@@ -117,7 +118,7 @@ void ZTIAMAdvertisementStats::handleImpression() {
   std::lock_guard lock(fieldsMutex());
   countOneMore(numberOfImpressions_);
   mostRecentImpressionDate_ = Clock::currentDate();
-  publishImpressionDate();
+  publish();
   changed();
 }
 
@@ -139,6 +140,7 @@ void ZTIAMAdvertisementStats::handlePostpone() {
   std::lock_guard lock(fieldsMutex());
   countOneMore(numberOfPostpones_);
   mostRecentPostponeDate_ = Clock::currentDate();
+  publish();
   changed();
 }
 
@@ -162,7 +164,7 @@ void ZTIAMAdvertisementStats::fieldsDidChange() {
   for (const auto& [id, record] : triggerStats_) {
     if (record) record->setOwnerChanges(changes_);
   }
-  publishImpressionDate();
+  publish();
   changed();
 }
 

@@ -75,8 +75,9 @@ class ZTIAMAdvertisementStats final : public LegacyReflectable, public Archivabl
   // Links decoded trigger records to this record's change count.
   void fieldsDidChange() override;
   void changed() { changes_->fetch_add(1, std::memory_order_release); }
-  // Copies the impression date to its lock-free mirror; under fieldsMutex(), after each change.
-  void publishImpressionDate();
+  // Copies what the rules read on every advertisement of a walk to the lock-free mirrors; under
+  // fieldsMutex(), after each change.
+  void publish();
 
   // Guarded by fieldsMutex().
   TriggerStatsMap triggerStats_;
@@ -90,9 +91,10 @@ class ZTIAMAdvertisementStats final : public LegacyReflectable, public Archivabl
   std::optional<Date> mostRecentClickDate_;
   std::optional<Date> mostRecentDismissDate_;
   std::optional<Date> mostRecentPostponeDate_;
-  // mostRecentImpressionDate_ for readers that skip the lock: the popup spacing rule reads it on every
-  // advertisement of a walk. The time is stored before the flag is raised, so a reader that sees
-  // the flag reads that time or a later one.
+  // Lock-free mirrors of the counts and the impression date. The time is stored before the flag
+  // is raised, so a reader that sees the flag reads that time or a later one.
+  std::atomic<std::int64_t> impressionsMirror_{0};
+  std::atomic<std::int64_t> postponesMirror_{0};
   std::atomic<bool> hasImpressionDate_{false};
   std::atomic<Date::rep> impressionDateTicks_{0};
   // Raised after each change, under fieldsMutex(); shared with the trigger records held.

@@ -24,10 +24,7 @@ std::optional<std::string> ZTIAMAdvertisementTriggerStats::triggerId() const {
   return triggerId_;
 }
 
-std::int64_t ZTIAMAdvertisementTriggerStats::count() const {
-  std::lock_guard lock(fieldsMutex());
-  return count_;
-}
+std::int64_t ZTIAMAdvertisementTriggerStats::count() const { return countMirror_.load(std::memory_order_acquire); }
 
 std::optional<Date> ZTIAMAdvertisementTriggerStats::mostRecentOccurrence() const {
   std::lock_guard lock(fieldsMutex());
@@ -47,6 +44,7 @@ void ZTIAMAdvertisementTriggerStats::setOwnerChanges(std::shared_ptr<std::atomic
 }
 
 void ZTIAMAdvertisementTriggerStats::fieldsDidChange() {
+  countMirror_.store(count_, std::memory_order_release);
   if (ownerChanges_) ownerChanges_->fetch_add(1, std::memory_order_release);
 }
 

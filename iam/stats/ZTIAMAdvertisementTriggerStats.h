@@ -42,6 +42,9 @@ class ZTIAMAdvertisementTriggerStats final : public LegacyReflectable, public Ar
   std::optional<std::string> triggerId_;
   std::int64_t count_ = 0;
   std::optional<Date> mostRecentOccurrence_;
+  // count_ for readers that skip the lock (the trigger rules, once per advertisement of a walk);
+  // written after each change, under fieldsMutex().
+  std::atomic<std::int64_t> countMirror_{0};
   // The change count of the advertisement record that holds this one (its archive form includes
   // this record's); none while no record holds it.
   std::shared_ptr<std::atomic<std::uint64_t>> ownerChanges_;

@@ -30,10 +30,7 @@ void ZTIAMAppEventStats::setEventKey(std::string eventKey) {
   fieldsDidChange();
 }
 
-std::int64_t ZTIAMAppEventStats::count() const {
-  std::lock_guard lock(fieldsMutex());
-  return count_;
-}
+std::int64_t ZTIAMAppEventStats::count() const { return countMirror_.load(std::memory_order_acquire); }
 
 std::optional<Date> ZTIAMAppEventStats::mostRecentOccurrence() const {
   std::lock_guard lock(fieldsMutex());

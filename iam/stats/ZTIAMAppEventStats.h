@@ -47,8 +47,13 @@ class ZTIAMAppEventStats final : public LegacyReflectable, public Archivable {
   std::optional<Date> mostRecentOccurrence_;
   // Raised after each change, under fieldsMutex().
   std::atomic<std::uint64_t> changes_{0};
+  // count_ for readers that skip the lock (the trigger rules); written after each change.
+  std::atomic<std::int64_t> countMirror_{0};
 
-  void fieldsDidChange() override { changes_.fetch_add(1, std::memory_order_release); }
+  void fieldsDidChange() override {
+    countMirror_.store(count_, std::memory_order_release);
+    changes_.fetch_add(1, std::memory_order_release);
+  }
 };
 
 // What hosts and delegates see of an app event record.

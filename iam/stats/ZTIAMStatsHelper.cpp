@@ -146,15 +146,23 @@ void ZTIAMStatsHelper::handleAdvertisementPostpone(const ZTIAMAdvertisementEvent
 }
 
 void ZTIAMStatsHelper::handleTriggerFired(const AdvertisementTriggerType& trigger) {
-  auto advertisement = trigger.advertisement();
-  if (!advertisement) return;
-  getAdvertisementStatsByAdvertisementId(advertisement->advertisementId())->handleTriggerFired(trigger);
-  saveAdvertisementStats();
+  if (countTriggerFired(trigger)) saveAdvertisementStats();
 }
 
 void ZTIAMStatsHelper::handleAppEventWithKey(const std::string& eventKey) {
-  getAppEventStatsByEventKey(eventKey)->incrementCount();
+  countAppEventWithKey(eventKey);
   saveGlobalAppEventStats();
+}
+
+bool ZTIAMStatsHelper::countTriggerFired(const AdvertisementTriggerType& trigger) {
+  auto advertisement = trigger.advertisement();
+  if (!advertisement) return false;
+  getAdvertisementStatsByAdvertisementId(advertisement->advertisementId())->handleTriggerFired(trigger);
+  return true;
+}
+
+void ZTIAMStatsHelper::countAppEventWithKey(const std::string& eventKey) {
+  getAppEventStatsByEventKey(eventKey)->incrementCount();
 }
 
 void ZTIAMStatsHelper::resetAllStats() {

@@ -66,6 +66,10 @@ class ZTIAMStatsHelper final : public ZTIAMStatsGetterHelper {
   void handleTriggerFired(const AdvertisementTriggerType& trigger);
   // Counts the event, then saves the app event map.
   void handleAppEventWithKey(const std::string& eventKey);
+  // The two above without their saves, for a caller that counts as it goes and saves once it is
+  // done. False when nothing was counted.
+  bool countTriggerFired(const AdvertisementTriggerType& trigger);
+  void countAppEventWithKey(const std::string& eventKey);
   // Empties both maps and saves them empty.
   void resetAllStats();
 

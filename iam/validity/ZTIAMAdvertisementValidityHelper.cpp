@@ -108,9 +108,8 @@ bool judgeTrigger(const AdvertisementTriggerType& trigger, const std::string& ad
 
 // Elapsed strictly greater than the minimum; an impression stamped in the future holds back.
 template <class MostRecent>
-bool spacingPassed(const AdvertisementTriggerType& trigger, TimeInterval minimumPopupImpressionTimeInterval,
+bool spacingPassed(const AdvertisementType* advertisement, TimeInterval minimumPopupImpressionTimeInterval,
                    MostRecent mostRecent) {
-  auto advertisement = trigger.advertisement();
   if (advertisement && advertisement->ignoreGlobalMinimumPopupTimeInterval()) return true;
   auto displayType = advertisement ? advertisement->displayType() : ZTIAMAdvertisementDisplayTypeInvalid;
   if (!ZTIAMAdvertisementValidityHelper::shouldCheckForImpressionTimeintervalForDisplayType(displayType)) return true;
@@ -209,11 +208,11 @@ bool ZTIAMAdvertisementValidityHelper::isAdvertisementValid(const AdvertisementT
 }
 
 bool ZTIAMAdvertisementValidityHelper::currentDateIsValidForAdvertisement(const AdvertisementType& advertisement) {
-  auto startDate = advertisement.startDate();
-  if (startDate && Clock::currentDate() < *startDate) return false;
-  auto endDate = advertisement.endDate();
-  if (endDate && Clock::currentDate() > *endDate) return false;
-  return true;
+  const auto& startDate = advertisement.startDate();
+  const auto& endDate = advertisement.endDate();
+  if (!startDate && !endDate) return true;
+  const Date now = Clock::currentDate();
+  return !(startDate && now < *startDate) && !(endDate && now > *endDate);
 }
 
 bool ZTIAMAdvertisementValidityHelper::impressionCountIsValidForAdvertisement(const AdvertisementType& advertisement,
@@ -285,7 +284,7 @@ bool ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(
   auto appEventStats = view.appEventStats(trigger.eventKey());
   return judgeTrigger(trigger, advertisement->advertisementId(), triggerStats ? triggerStats->count() : 0,
                       appEventStats.get(), appConfig, [&](TimeInterval minimum) {
-                        return spacingPassed(trigger, minimum, [&] { return memo.get(view); });
+                        return spacingPassed(advertisement.get(), minimum, [&] { return memo.get(view); });
                       });
 }
 
@@ -297,7 +296,7 @@ bool ZTIAMAdvertisementValidityHelper::shouldCheckForImpressionTimeintervalForDi
 bool ZTIAMAdvertisementValidityHelper::popupImpressionTimeIntervalHasPassed(
     const AdvertisementTriggerType& trigger, ZTIAMStatsGetterHelper& statsGetter, const Advertisements& advertisements,
     TimeInterval minimumPopupImpressionTimeInterval, PopupImpressionMemo* memo) {
-  return spacingPassed(trigger, minimumPopupImpressionTimeInterval, [&] {
+  return spacingPassed(trigger.advertisement().get(), minimumPopupImpressionTimeInterval, [&] {
     return memo ? memo->get(advertisements, statsGetter)
                 : mostRecentPopupAdvertisementImpressionDateForAdvertisements(advertisements, statsGetter);
   });

@@ -29,6 +29,10 @@ TEST_F(AppEventTest, OneOrdinaryPerEventEveryPreloadAndABusyPresenterOrSwitchHol
   fire("ev");
   EXPECT_EQ((std::vector<std::int64_t>{events("ev"), fired("p1", "p1t"), fired("a", "a1"), stats("b")->numberOfImpressions()}),
             (std::vector<std::int64_t>{4, 3, 2, 0}));
+  ZTIAMStatsHelper saved;  // each walk saves what it counted once it ends
+  EXPECT_EQ(saved.getAppEventStatsByEventKey("ev")->count() * 10 +
+                saved.getAdvertisementStatsByAdvertisementId("p1")->getTriggerStatsWithTriggerId("p1t")->count(),
+            43);
 }
 
 // A walk starts from the records the walk before it fetched; a reset or a new answer in between
