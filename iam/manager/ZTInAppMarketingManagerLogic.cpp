@@ -8,6 +8,7 @@
 #include "iam/platform/KeyedArchiver.h"
 #include "iam/platform/KeyedUnarchiver.h"
 #include "iam/platform/LogBridge.h"
+#include "iam/platform/internal/OfferedWork.h"
 #include "iam/platform/ZTDispatchTools.h"
 #include "iam/platform/ZTPopupConductor.h"
 #include "iam/platform/ZTSettings.h"
@@ -68,9 +69,13 @@ void saveResponse(const Archivable* response, std::string_view key) {
 ZTInAppMarketingManagerLogic::ZTInAppMarketingManagerLogic() {
   // Hosts read the cached records back untyped through the settings, too.
   registerArchivableClasses();
+  // The statistics load beside the cached answers: with many advertisements each takes milliseconds.
+  std::unique_ptr<ZTIAMStatsHelper> stats;
+  OfferedWork loadingStats([&stats] { stats = std::make_unique<ZTIAMStatsHelper>(); });
   loadAdvertisementResponse();
   loadNativeQualityNetworkResponse();
-  statsHelper_ = std::make_unique<ZTIAMStatsHelper>();
+  loadingStats.finish();
+  statsHelper_ = std::move(stats);
   boughtAdFreeUpgrade_ = false;
   // Removed in the destructor, which waits for a delivery in progress; `this` outlives every call.
   auto& center = NotificationCenter::defaultCenter();

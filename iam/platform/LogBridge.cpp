@@ -1,5 +1,7 @@
 #include "iam/platform/LogBridge.h"
 
+#include "iam/platform/internal/LogCapture.h"
+
 #include <cstdio>
 #include <memory>
 #include <mutex>
@@ -23,6 +25,8 @@ Installed& installed() {
   return *state;
 }
 
+thread_local std::vector<LogRecord>* capturing = nullptr;
+
 }  // namespace
 
 std::string_view logLevelName(LogLevel level) {
@@ -37,6 +41,13 @@ std::string_view logLevelName(LogLevel level) {
 
 void LogBridge::log(LogLevel level, std::string_view message, std::string_view filename, int line,
                     std::string_view function) {
+  if (capturing != nullptr) {
+    try {
+      capturing->push_back({level, std::string(message), std::string(filename), line, std::string(function)});
+    } catch (...) {  // out of memory: the line is lost, the caller goes on
+    }
+    return;
+  }
   std::shared_ptr<const Sink> sink;
   {
     auto& state = installed();
@@ -55,6 +66,10 @@ void LogBridge::debug(std::string_view m, std::string_view f, int l, std::string
 void LogBridge::info(std::string_view m, std::string_view f, int l, std::string_view fn) { log(LogLevel::Info, m, f, l, fn); }
 void LogBridge::warning(std::string_view m, std::string_view f, int l, std::string_view fn) { log(LogLevel::Warning, m, f, l, fn); }
 void LogBridge::error(std::string_view m, std::string_view f, int l, std::string_view fn) { log(LogLevel::Error, m, f, l, fn); }
+
+LogCapture::LogCapture(std::vector<LogRecord>& into) { capturing = &into; }
+
+LogCapture::~LogCapture() { capturing = nullptr; }
 
 void LogBridge::setSink(Sink sink) {
   auto next = std::make_shared<const Sink>(sink ? std::move(sink) : Sink(stderrSink));

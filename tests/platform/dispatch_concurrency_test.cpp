@@ -15,6 +15,7 @@
 #include "iam/platform/ZTDispatchTools.h"
 #include "iam/platform/Thread.h"
 #include "iam/platform/WorkerPool.h"
+#include "iam/platform/internal/OfferedWork.h"
 #include "testing/TestEnvironment.h"
 
 #include <pthread.h>
@@ -147,6 +148,46 @@ TEST_F(DispatchTest, WorkSubmittedAheadIsTakenBeforeQueuedBlocksAndKeepsItsOrder
   release = true;
   ASSERT_TRUE(pool.waitForIdle(60));
   EXPECT_EQ(taken.size(), 50u + static_cast<std::size_t>(workers) + 2u);
+}
+
+// Offered work: done by the caller when every worker is busy (a start must not wait on the pool),
+// else by a worker whose lines come out after the caller's own, as a serial run writes them; a
+// throw reaches the caller either way.
+TEST_F(DispatchTest, OfferedWorkNeverWaitsOnABusyPoolAndKeepsTheSerialOrderOfLines) {
+  auto& pool = WorkerPool::shared();
+  ZTDispatchTools::onBackgroundWithBlock([] {});
+  env.settle();
+  std::atomic<int> held{0};
+  std::atomic<bool> release{false};
+  for (std::size_t i = 0; i < pool.workerCount(); ++i) {
+    ZTDispatchTools::onBackgroundWithBlock([&] {
+      ++held;
+      while (!release) std::this_thread::yield();
+    });
+  }
+  ASSERT_TRUE(spinUntil([&] { return held == static_cast<int>(pool.workerCount()); }));
+  std::thread::id ranOn;
+  OfferedWork busy([&] { ranOn = std::this_thread::get_id(); });
+  busy.finish();
+  EXPECT_EQ(ranOn, std::this_thread::get_id());
+  release = true;
+  env.settle();
+
+  std::atomic<bool> started{false}, callerLogged{false};
+  OfferedWork idle([&] {
+    started = true;
+    while (!callerLogged) std::this_thread::yield();
+    LogBridge::warning("worker line", "test", __LINE__, "offered");
+  });
+  ASSERT_TRUE(spinUntil([&] { return started.load(); }));
+  LogBridge::warning("caller line", "test", __LINE__, "caller");
+  callerLogged = true;
+  idle.finish();
+  EXPECT_EQ(env.log().messages(LogLevel::Warning), (std::vector<std::string>{"caller line", "worker line"}));
+
+  OfferedWork failing([] { throw std::runtime_error("offered boom"); });
+  EXPECT_THROW(failing.finish(), std::runtime_error);
+  env.settle();
 }
 
 TEST_F(DispatchTest, TimersScheduledAndInvalidatedFromOtherThreads) {
