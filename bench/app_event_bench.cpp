@@ -134,25 +134,11 @@ void BM_HandOverToIdlePool(benchmark::State& state) {
   state.counters["callingP90Ns"] = calling[calling.size() * 9 / 10];
 }
 
-// The advertisement rules alone over every advertisement, as the walk asks them first for each: the
-// floor of the walk's time per advertisement.
-void BM_AdvertisementRulesPerWalk(benchmark::State& state) {
-  auto manager = warmManager(static_cast<int>(state.range(0)), true, std::make_shared<Host>());
-  const auto ads = manager->advertisements().value_or(AdvertisementList{});
-  for (auto _ : state) {
-    for (const auto& ad : ads) benchmark::DoNotOptimize(manager->isAdvertisementValid(ad));
-  }
-  state.counters["perAd"] = benchmark::Counter(static_cast<double>(ads.size()),
-                                               benchmark::Counter::kIsIterationInvariantRate | benchmark::Counter::kInvert);
-  dropManager(std::move(manager));
-}
-
 BENCHMARK(BM_AppEvent)
     ->ArgsProduct({{10, 100, 1000}, {0, 1}})
     ->UseManualTime()
     ->Unit(benchmark::kMicrosecond);
 BENCHMARK(BM_HandOverToIdlePool)->Unit(benchmark::kMicrosecond);
-BENCHMARK(BM_AdvertisementRulesPerWalk)->Arg(1000)->Unit(benchmark::kMicrosecond);
 
 }  // namespace
 
