@@ -100,6 +100,11 @@ class StoredState {
       for (int key = 0; key < 20; ++key) stats.handleAppEventWithKey("screen-" + std::to_string(key));
       stats.waitUntilSavesAreFinished();
     }
+    // Opened again, as at the next start: closing the last connection moves the journal into the file.
+    PreferencesStore::setStandard(nullptr);
+    store_.reset();
+    store_ = SQLitePreferencesStore::open(path_.string());
+    PreferencesStore::setStandard(store_);
     for (auto key : {ZTInAppMarketingManagerLogic::kMostRecentAdvertisementResponseKey,
                      ZTIAMStatsHelper::kAdvertisementStatsKey, ZTIAMStatsHelper::kGlobalAppEventStatsKey})
       bytes_ += store_->dataForKey(key)->size();
