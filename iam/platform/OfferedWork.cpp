@@ -62,14 +62,12 @@ OfferedWork::~OfferedWork() {
 void OfferedWork::finish() {
   const auto state = std::move(state_);
   if (!state) return;
-  std::exception_ptr error;
-  if (state->runIfUnclaimed(false)) {
-    std::lock_guard lock(state->mutex);
-    error = state->error;
-  } else {
-    std::unique_lock lock(state->mutex);
-    state->finished.wait(lock, [&] { return state->done; });
-    error = state->error;
+  const bool here = state->runIfUnclaimed(false);
+  std::unique_lock lock(state->mutex);
+  state->finished.wait(lock, [&] { return state->done; });
+  const auto error = state->error;
+  lock.unlock();
+  if (!here) {
     for (const auto& r : state->workerLines) LogBridge::log(r.level, r.message, r.filename, r.line, r.function);
   }
   if (error) std::rethrow_exception(error);
