@@ -44,8 +44,8 @@ std::shared_ptr<AdvertisedApp> AdvertisedApp::initWithCoder(const KeyedUnarchive
   app->storedReviewUrl_ = coder.decodeStringForKey("reviewUrl");
   app->rating_ = coder.decodeStringForKey("rating");
   app->free_ = coder.decodeBoolForKey("free");
-  if (auto resources = coder.decodeDictionaryOfObjectsOfClassForKey<ZTIAMResource>("resources")) {
-    app->resources_.merge(*resources);
+  if (auto resources = coder.decodeDictionaryOfObjectsOfClassForKey<ZTIAMResource, std::less<>>("resources")) {
+    app->resources_ = std::move(*resources);
   }
   app->storeInfo_ = coder.decodeObjectOfClassForKey<StoreAppInfo>("storeInfo");
   return app;

@@ -153,8 +153,8 @@ std::shared_ptr<Advertisement> Advertisement::initWithCoder(const KeyedUnarchive
   ad->dataSourceType_ = static_cast<ZTIAMAdvertisementDataSourceType>(coder.decodeIntegerForKey("dataSourceType"));
   ad->triggers_ = decodeObjectSet<AdvertisementTrigger>(coder, "triggers");
   ad->targets_ = decodeObjectSet<AdvertisementTarget>(coder, "targets");
-  if (auto resources = coder.decodeDictionaryOfObjectsOfClassForKey<ZTIAMResource>("resources")) {
-    ad->resources_.merge(*resources);  // moves the nodes, keys and records are not copied
+  if (auto resources = coder.decodeDictionaryOfObjectsOfClassForKey<ZTIAMResource, std::less<>>("resources")) {
+    ad->resources_ = std::move(*resources);
   }
   ad->advertisedApp_ = coder.decodeObjectOfClassForKey<AdvertisedApp>("advertisedApp");
   for (const auto& trigger : ad->triggers_) trigger->setAdvertisement(ad);

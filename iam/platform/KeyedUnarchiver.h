@@ -39,7 +39,7 @@ class KeyedUnarchiver {
   static std::optional<std::map<std::string, std::shared_ptr<T>>> unarchivedDictionaryOfClass(
       std::span<const std::uint8_t> data) {
     std::optional<std::map<std::string, std::shared_ptr<T>>> result;
-    withArchive(data, [&](const ArchiveValue& root) { result = dictionaryOfClass<T>(root, false); });
+    withArchive(data, [&](const ArchiveValue& root) { result = dictionaryOfClass<T, std::less<std::string>>(root, false); });
     return result;
   }
   // Decodes the bytes and calls `body` with the root value. False when the bytes are unreadable;
@@ -91,21 +91,23 @@ class KeyedUnarchiver {
     return out;
   }
   // None when the key is missing or not a map; with `strict`, also when any value is not a
-  // readable T, otherwise such entries are left out.
-  template <class T>
-  std::optional<std::map<std::string, std::shared_ptr<T>>> decodeDictionaryOfObjectsOfClassForKey(
+  // readable T, otherwise such entries are left out. `Compare` gives the map the caller keeps, so
+  // that it need not be built twice.
+  template <class T, class Compare = std::less<std::string>>
+  std::optional<std::map<std::string, std::shared_ptr<T>, Compare>> decodeDictionaryOfObjectsOfClassForKey(
       std::string_view key, bool strict = true) const {
-    return dictionaryOfClass<T>(valueForKey(key), strict);
+    return dictionaryOfClass<T, Compare>(valueForKey(key), strict);
   }
 
  private:
   friend class ArchiveValue;
   KeyedUnarchiver(const void* map, int depth) : map_(map), depth_(depth) {}
   static bool withArchiveImpl(std::span<const std::uint8_t> data, void (*call)(void*, const ArchiveValue&), void* ctx);
-  template <class T>
-  static std::optional<std::map<std::string, std::shared_ptr<T>>> dictionaryOfClass(const ArchiveValue& v, bool strict) {
+  template <class T, class Compare>
+  static std::optional<std::map<std::string, std::shared_ptr<T>, Compare>> dictionaryOfClass(const ArchiveValue& v,
+                                                                                            bool strict) {
     if (v.kind() != ArchiveValue::Kind::Map) return std::nullopt;
-    std::map<std::string, std::shared_ptr<T>> out;
+    std::map<std::string, std::shared_ptr<T>, Compare> out;
     for (std::size_t i = 0; i < v.size(); ++i) {
       auto o = v.valueAt(i).template decodeObjectOfClass<T>();
       if (!o) {

@@ -49,8 +49,8 @@ std::shared_ptr<ZTIAMQualityNetworkRankedApp> ZTIAMQualityNetworkRankedApp::init
   } else if (auto d = badge.doubleValue()) {
     app->showFreeBadge_ = *d != 0;
   }
-  if (auto resources = coder.decodeDictionaryOfObjectsOfClassForKey<ZTIAMResource>("_resources")) {
-    app->resources_ = ZTIAMResourceMap(resources->begin(), resources->end());
+  if (auto resources = coder.decodeDictionaryOfObjectsOfClassForKey<ZTIAMResource, std::less<>>("_resources")) {
+    app->resources_ = std::move(*resources);
   }
   return app;
 }
