@@ -42,6 +42,7 @@ AdvertisementStatsView::Kept AdvertisementStatsView::keep() && {
 void AdvertisementStatsView::dropAll() {
   generation_ = statsGetter_.recordsGeneration();
   for (auto& record : advertisementStats_) record.reset();
+  lookedUp_.reset();
   appEventStats_.reset();
 }
 
@@ -50,14 +51,15 @@ void AdvertisementStatsView::lookUp(std::size_t index) {
       statsGetter_.getAdvertisementStatsByAdvertisementId(advertisements_[index]->advertisementId());
 }
 
-std::shared_ptr<ZTIAMAdvertisementStats> AdvertisementStatsView::advertisementStats(
+const std::shared_ptr<ZTIAMAdvertisementStats>& AdvertisementStatsView::advertisementStats(
     const AdvertisementType& advertisement, std::size_t index) {
   if (index < advertisements_.size() && advertisements_[index].get() == &advertisement)
     return advertisementStats(index);
-  return statsGetter_.getAdvertisementStatsByAdvertisementId(advertisement.advertisementId());
+  lookedUp_ = statsGetter_.getAdvertisementStatsByAdvertisementId(advertisement.advertisementId());
+  return lookedUp_;
 }
 
-std::shared_ptr<ZTIAMAppEventStats> AdvertisementStatsView::appEventStats(const std::string& eventKey) {
+const std::shared_ptr<ZTIAMAppEventStats>& AdvertisementStatsView::appEventStats(const std::string& eventKey) {
   if (!appEventStats_ || appEventKey_ != eventKey) {
     appEventStats_ = statsGetter_.getAppEventStatsByEventKey(eventKey);
     appEventKey_ = eventKey;

@@ -54,11 +54,12 @@ class AdvertisementStatsView {
     if (!record) lookUp(index);
     return record;
   }
-  // The record of `advertisement`: from the list when it is the one at `index`, else looked up.
-  std::shared_ptr<ZTIAMAdvertisementStats> advertisementStats(const AdvertisementType& advertisement,
-                                                              std::size_t index);
+  // The record of `advertisement`: from the list when it is the one at `index`, else looked up
+  // and held until the next such look-up.
+  const std::shared_ptr<ZTIAMAdvertisementStats>& advertisementStats(const AdvertisementType& advertisement,
+                                                                     std::size_t index);
   // The app event record of `eventKey`; the one of the key asked for last is kept.
-  std::shared_ptr<ZTIAMAppEventStats> appEventStats(const std::string& eventKey);
+  const std::shared_ptr<ZTIAMAppEventStats>& appEventStats(const std::string& eventKey);
 
  private:
   void lookUp(std::size_t index);
@@ -69,6 +70,7 @@ class AdvertisementStatsView {
   std::uint64_t generation_;
   std::vector<std::shared_ptr<ZTIAMAdvertisementStats>> advertisementStats_;
   std::vector<const AdvertisementType*> keptAdvertisements_;  // empty unless taken over
+  std::shared_ptr<ZTIAMAdvertisementStats> lookedUp_;  // of an advertisement not at the index asked
   std::string appEventKey_;
   std::shared_ptr<ZTIAMAppEventStats> appEventStats_;
 };

@@ -279,9 +279,9 @@ bool ZTIAMAdvertisementValidityHelper::isAdvertisementTriggerValid(
   auto advertisement = trigger.advertisement();
   if (!advertisement) return false;
 
-  auto advertisementStats = view.advertisementStats(*advertisement, index);
+  const auto& advertisementStats = view.advertisementStats(*advertisement, index);
   auto triggerStats = advertisementStats ? advertisementStats->getTriggerStatsWithTriggerId(trigger.triggerId()) : nullptr;
-  auto appEventStats = view.appEventStats(trigger.eventKey());
+  const auto& appEventStats = view.appEventStats(trigger.eventKey());
   return judgeTrigger(trigger, advertisement->advertisementId(), triggerStats ? triggerStats->count() : 0,
                       appEventStats.get(), appConfig, [&](TimeInterval minimum) {
                         return spacingPassed(advertisement.get(), minimum, [&] { return memo.get(view); });
