@@ -21,7 +21,8 @@ namespace iam {
 // the time of the last of each, and how often each of its triggers fired. Owned by the statistics
 // store, shared with the validity rules; counters only grow. Thread-safe: accessors, the counting
 // operations and archiving share the record's mutex, so a save may archive the record while the
-// evaluation thread and the main thread count into it.
+// evaluation thread and the main thread count into it; the counts the rules read and the
+// impression date are read from lock-free copies.
 class ZTIAMAdvertisementStats final : public LegacyReflectable, public Archivable {
  public:
   static constexpr std::string_view kArchiveClassName = "ZTIAMAdvertisementStats";

@@ -16,7 +16,8 @@ namespace iam {
 
 // How often one trigger of an advertisement fired. Owned by its advertisement's record, under the
 // trigger's id; the id itself is never filled in (the map key carries it), but the field stays
-// part of the archive form. Thread-safe: accessors and archiving share the record's mutex.
+// part of the archive form. Thread-safe: accessors and archiving share the record's mutex; the
+// count is read from a lock-free copy.
 class ZTIAMAdvertisementTriggerStats final : public LegacyReflectable, public Archivable {
  public:
   static constexpr std::string_view kArchiveClassName = "ZTIAMAdvertisementTriggerStats";

@@ -15,7 +15,8 @@
 namespace iam {
 
 // How often the host reported one app event. Owned by the statistics store; shared with the
-// validity rules. Thread-safe: accessors and archiving share the record's mutex.
+// validity rules. Thread-safe: accessors and archiving share the record's mutex; the count is read
+// from a lock-free copy.
 class ZTIAMAppEventStats final : public LegacyReflectable, public Archivable {
  public:
   static constexpr std::string_view kArchiveClassName = "ZTIAMAppEventStats";
